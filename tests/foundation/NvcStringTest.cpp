@@ -1,0 +1,194 @@
+// NvcStringTest.cpp - replacing, tokens, trimming, formatting and unscrambling
+#include "foundation/NvcString.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+struct ReplaceCase {
+    const char* name;
+    const char* text;
+    const char* find;
+    const char* with;
+    int caseSensitive;
+    const char* want;
+};
+
+TEST(NvcString, ReplaceSweepsOnceAndKeepsOriginalCase) {
+    const ReplaceCase cases[] = {
+        {"no CR leaves text alone", "plain line", "\r\n", " <CRLF> ", 0, "plain line"},
+        {"every CR LF", "a\r\nb\r\n", "\r\n", " <CRLF> ", 0, "a <CRLF> b <CRLF> "},
+        {"find inside replacement ends", "aXa", "a", "aa", 1, "aaXaa"},
+        {"folded search copies text as it stood", "Hello hello HELLO", "hello", "x", 0, "x x x"},
+        {"folded search keeps unmatched case", "MiXeD abc", "ABC", "Q", 0, "MiXeD Q"},
+        {"case-sensitive misses other case", "Hello hello", "hello", "x", 1, "Hello x"},
+        {"empty find does nothing", "abc", "", "x", 1, "abc"},
+        {"match at both ends", "<a>", "<", "", 1, "a>"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        CNvcString s(c.text);
+        s.Replace(c.find, c.with, c.caseSensitive);
+        EXPECT_STREQ(c.want, s.GetData());
+    }
+}
+
+TEST(NvcString, GetTokenGivesDefaultForMissingAndEmptyPieces) {
+    CNvcString s("alpha,,gamma");
+    CNvcString out("this junk should be replaced");
+    EXPECT_STREQ("alpha", s.GetToken(",", "def", out, 0).GetData());
+    EXPECT_STREQ("def", s.GetToken(",", "def", out, 1).GetData());
+    EXPECT_STREQ("gamma", s.GetToken(",", "def", out, 2).GetData());
+    EXPECT_STREQ("def", s.GetToken(",", "def", out, 3).GetData());
+    EXPECT_STREQ("def", s.GetToken(",", "def", out, 9).GetData());
+}
+
+TEST(NvcString, GetTokenShortcutMatchesDirectLookup) {
+    CNvcString s("a b c d");
+    CNvcString viaShortcut;
+    CNvcString direct;
+    s.GetToken(" ", "", viaShortcut, 1);
+    s.GetToken(" ", "", viaShortcut, 2);
+    CNvcString fresh("a b c d");
+    fresh.GetToken(" ", "", direct, 2);
+    EXPECT_STREQ(direct.GetData(), viaShortcut.GetData());
+
+    // An assignment moves the buffer; the cached position must not be used.
+    s.GetToken(" ", "", viaShortcut, 1);
+    s.Assign("one two three four five");
+    s.GetToken(" ", "", viaShortcut, 2);
+    EXPECT_STREQ("three", viaShortcut.GetData());
+    s.GetToken(" ", "", viaShortcut, 3);
+    EXPECT_STREQ("four", viaShortcut.GetData());
+}
+
+TEST(NvcString, GetTokenMultiCharacterSeparatorAndSelfAsOutput) {
+    CNvcString s("k1||k2||k3");
+    CNvcString out;
+    EXPECT_STREQ("k2", s.GetToken("||", "", out, 1).GetData());
+    EXPECT_STREQ("k3", s.GetToken("||", "", out, 2).GetData());
+    s.GetToken("||", "", s, 1);
+    EXPECT_STREQ("k2", s.GetData());
+}
+
+TEST(NvcString, TokenCountAndNumbers) {
+    struct Case {
+        const char* text;
+        int count;
+    } const counts[] = {{"", 0}, {"one", 1}, {"a b c", 3}, {"name  addr", 1}, {" lead", 0}};
+    for (const auto& c : counts) {
+        SCOPED_TRACE(c.text);
+        CNvcString s(c.text);
+        EXPECT_EQ(c.count, s.GetTokenCount(" "));
+    }
+    CNvcString numbers("25;abc;;-7");
+    EXPECT_EQ(25, numbers.GetTokenInt(";", 99, 0));
+    EXPECT_EQ(0, numbers.GetTokenInt(";", 99, 1)) << "no digits converts to 0, not the default";
+    EXPECT_EQ(99, numbers.GetTokenInt(";", 99, 2));
+    EXPECT_EQ(-7, numbers.GetTokenInt(";", 99, 3));
+    EXPECT_EQ(99, numbers.GetTokenInt(";", 99, 4));
+}
+
+std::string Scramble(const std::string& plain, int k0, int k1, int k2) {
+    const int keys[3] = {k0, k1, k2};
+    char hex[3];
+    std::string out;
+    for (int k : keys) {
+        std::snprintf(hex, sizeof hex, "%02X", k);
+        out += hex;
+    }
+    for (size_t i = 0; i < plain.size(); ++i) {
+        std::snprintf(hex, sizeof hex, "%02X",
+                      (static_cast<unsigned char>(plain[i]) + keys[i % 3]) % 256);
+        out += hex;
+    }
+    return out;
+}
+
+TEST(NvcString, UnscrambleDecodesRotatingKeys) {
+    const std::string scrambled = Scramble("s3cr\xE9t pass!", 0x11, 0xF0, 0x7F);
+    struct Case {
+        const char* name;
+        std::string text;
+        const char* want;
+    } const cases[] = {
+        {"round trip with wrap-around", scrambled, "s3cr\xE9t pass!"},
+        {"six key digits only", "A1B2C3", ""},
+        {"seven characters", "A1B2C3F", ""},
+        {"odd last character ignored", Scramble("ab", 1, 2, 3) + "7", "ab"},
+        {"zero byte ends the text", Scramble(std::string("ab\0cd", 5), 5, 6, 7), "ab"},
+        {"lower-case hex counts as 0", "000000" "6a", "`"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        CNvcString s(c.text.c_str());
+        EXPECT_STREQ(c.want, s.Unscramble().GetData());
+    }
+}
+
+TEST(NvcString, TrimAffixesAndBars) {
+    CNvcString s(" \t\r\n value \r\n\t ");
+    EXPECT_STREQ("value", s.Trim().GetData());
+    CNvcString blank(" \r\n ");
+    EXPECT_STREQ("", blank.Trim().GetData());
+
+    CNvcString pad("abc==");
+    EXPECT_STREQ("abc", pad.RemoveSuffix("=").GetData());
+    EXPECT_STREQ("abc", pad.RemoveSuffix("").GetData());
+    CNvcString angle("<<x>");
+    EXPECT_STREQ("<x>", angle.RemovePrefix("<").GetData());
+
+    CNvcString path("dir");
+    EXPECT_STREQ("\\dir", path.Prepend("\\", 0).GetData());
+    EXPECT_STREQ("\\dir", path.Prepend("\\", 0).GetData());
+    EXPECT_STREQ("\\\\dir", path.Prepend("\\", 1).GetData());
+
+    CNvcString empty;
+    EXPECT_STREQ("\\", empty.AddBackslash().GetData());
+    EXPECT_STREQ("\\", empty.AddBackslash().GetData());
+
+    CNvcString lines("a\r\nb\n\r\r\n");
+    EXPECT_STREQ("a||b\n\r||", lines.CrLfToBars().GetData());
+}
+
+TEST(NvcString, ComparisonsHonourCaseFlag) {
+    CNvcString t("true");
+    EXPECT_EQ(1, t.EqualNoCase("TRUE"));
+    EXPECT_EQ(0, t.EqualNoCase("TRUE "));
+    CNvcString hdr("Content-Type: text");
+    EXPECT_EQ(1, hdr.StartsWith("content-type", 0));
+    EXPECT_EQ(0, hdr.StartsWith("content-type", 1));
+    EXPECT_EQ(1, hdr.Contains("TEXT", 0));
+    EXPECT_EQ(0, hdr.Contains("TEXT", 1));
+    EXPECT_EQ(0, hdr.Contains("", 0));
+}
+
+TEST(NvcString, AssignAndAppendSurviveAliasingAndNull) {
+    CNvcString s("abcdef");
+    s.Assign(s.GetData() + 3);
+    EXPECT_STREQ("def", s.GetData());
+    s.Append(s);
+    EXPECT_STREQ("defdef", s.GetData());
+    s.Assign(static_cast<const char*>(nullptr));
+    EXPECT_STREQ("", s.GetData());
+    s.Append(static_cast<unsigned char>(0xE9)).Append('x').Append(-12L);
+    EXPECT_STREQ("\xE9x-12", s.GetData());
+}
+
+TEST(NvcString, FormatShortCutsAtLimitAndFormatDoesNot) {
+    const std::string long3000(3000, 'q');
+    CNvcString s;
+    s.FormatShort("%s!", long3000.c_str());
+    EXPECT_EQ(2047u, s.GetLength());
+    s.Format("<%s> %d %5.2f %ld %%", long3000.c_str(), 42, 3.14159, 1234567890123L);
+    EXPECT_EQ("<" + long3000 + "> 42  3.14 1234567890123 %", std::string(s.GetData()));
+    const char* volatile nothing = nullptr;  // hidden from the compiler's format check
+    s.Format("%-*d|%.*s|%s", 6, 7, 2, "abcdef", nothing);
+    EXPECT_STREQ("7     |ab|(null)", s.GetData());
+    s.Format("%s", s.GetData());
+    EXPECT_STREQ("7     |ab|(null)", s.GetData());
+}
+
+}  // namespace
