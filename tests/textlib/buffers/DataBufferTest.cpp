@@ -1,0 +1,188 @@
+// DataBufferTest.cpp - growth tiers, borrowed and adopted blocks, UTF-8 units
+#include "textlib/buffers/DataBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+using brelkin::DataBuffer;
+
+namespace {
+
+// A buffer holding `size` bytes with no room left.
+void fillToCapacity(DataBuffer& b, uint32_t size) {
+    ASSERT_TRUE(b.ensureCapacity(size));
+    b.setSize(size);
+    ASSERT_EQ(b.getCapacity(), size);
+}
+
+std::string contentOf(const DataBuffer& b) {
+    return std::string(reinterpret_cast<const char*>(b.getData()), b.getSize());
+}
+
+}  // namespace
+
+TEST(DataBuffer, AppendGrowsByTheTierOfItsSize) {
+    struct Case {
+        const char* name;
+        uint32_t size;
+        uint32_t length;
+        uint32_t wantCapacity;
+    };
+    const Case cases[] = {
+        {"empty, small append gets 20,000", 0, 100, 20000},
+        {"empty, large append gets itself", 0, 30000, 30000},
+        {"50,000 tier", 60000, 10, 110000},
+        {"100,000 tier", 150000, 10, 250000},
+        {"1,000,000 tier, not 100,000", 1500000, 10, 2500000},
+        {"length above the tier falls through", 1500000, 1000000, 2500000},
+        {"12,000,000 tier", 12000000, 100, 24000000},
+        {"above every tier grows by the length", 13000000, 12000001, 25000001},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DataBuffer b;
+        if (c.size) fillToCapacity(b, c.size);
+        std::vector<char> bytes(c.length, 'x');
+        ASSERT_TRUE(b.append(bytes.data(), c.length));
+        EXPECT_EQ(b.getSize(), c.size + c.length);
+        EXPECT_EQ(b.getCapacity(), c.wantCapacity);
+    }
+}
+
+TEST(DataBuffer, FixedStepsOfByteAndUtf8Appends) {
+    DataBuffer bytes;
+    ASSERT_TRUE(bytes.appendByte('a'));
+    EXPECT_EQ(bytes.getCapacity(), 10000u);
+
+    DataBuffer utf8;
+    fillToCapacity(utf8, 5);
+    EXPECT_EQ(utf8.appendUtf8Char(0x20AC), 3u);
+    EXPECT_EQ(utf8.getCapacity(), 20005u);
+}
+
+TEST(DataBuffer, Utf8EncodesEachUnitByItself) {
+    struct Case {
+        uint16_t unit;
+        std::string want;
+    };
+    const Case cases[] = {
+        {0x0000, std::string(1, '\0')},
+        {0x007F, "\x7F"},
+        {0x0080, "\xC2\x80"},
+        {0x07FF, "\xDF\xBF"},
+        {0x0800, "\xE0\xA0\x80"},
+        {0xD83D, "\xED\xA0\xBD"},  // a surrogate half stays a 3-byte sequence
+        {0xFFFF, "\xEF\xBF\xBF"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "unit 0x" << std::hex << c.unit);
+        DataBuffer b;
+        EXPECT_EQ(b.appendUtf8Char(c.unit), c.want.size());
+        EXPECT_EQ(contentOf(b), c.want);
+    }
+}
+
+TEST(DataBuffer, BorrowedMemoryIsCopiedAndNeverWritten) {
+    // On the stack: freeing or writing it would show under ASan or in the check.
+    char lent[8] = {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h'};
+    {
+        DataBuffer b;
+        b.borrowData(lent, sizeof lent);
+        EXPECT_TRUE(b.isBorrowed());
+        EXPECT_EQ(b.getData(), reinterpret_cast<uint8_t*>(lent));
+        ASSERT_TRUE(b.append("XY", 2));
+        EXPECT_FALSE(b.isBorrowed());
+        EXPECT_NE(b.getData(), reinterpret_cast<uint8_t*>(lent));
+        EXPECT_EQ(contentOf(b), "abcdefghXY");
+    }
+    {
+        DataBuffer b;
+        b.borrowData(lent, sizeof lent);
+        b.replaceByte('a', 'z');
+        b.shorten(4);
+        b.appendByte('!');
+        EXPECT_EQ(contentOf(b), "zbcd!");
+    }
+    EXPECT_EQ(std::string(lent, sizeof lent), "abcdefgh");
+}
+
+TEST(DataBuffer, AdoptedBlockIsFreedReleasedBlockIsNot) {
+    char* block = static_cast<char*>(std::malloc(4));
+    std::memcpy(block, "abcd", 4);
+    DataBuffer b;
+    b.adoptData(block, 4);  // LeakSanitizer would report it if never freed
+    EXPECT_EQ(contentOf(b), "abcd");
+
+    DataBuffer c;
+    c.append("xyz", 3);
+    uint8_t* taken = c.getData();
+    c.releaseData();
+    EXPECT_EQ(c.getSize(), 0u);
+    EXPECT_EQ(c.getData(), nullptr);
+    std::free(taken);
+}
+
+TEST(DataBuffer, SizeEditsClampAndPrependGrowsExactly) {
+    DataBuffer b;
+    b.append("hello", 5);
+    b.shorten(99);
+    EXPECT_EQ(b.getSize(), 0u);
+    b.setSize(b.getCapacity() + 5);
+    EXPECT_EQ(b.getSize(), b.getCapacity());
+
+    DataBuffer p;
+    fillToCapacity(p, 3);
+    std::memcpy(p.getData(), "def", 3);
+    ASSERT_TRUE(p.prepend("abc", 3));
+    EXPECT_EQ(p.getCapacity(), 6u);
+    EXPECT_EQ(contentOf(p), "abcdef");
+    ASSERT_TRUE(p.prepend(p.getData() + 3, 3));  // a piece of itself
+    EXPECT_EQ(contentOf(p), "defabcdef");
+}
+
+TEST(DataBuffer, AppendOfItsOwnBytesSurvivesTheMove) {
+    DataBuffer b;
+    fillToCapacity(b, 4);
+    std::memcpy(b.getData(), "abcd", 4);
+    ASSERT_TRUE(b.append(b.getData() + 1, 3));
+    EXPECT_EQ(contentOf(b), "abcdbcd");
+}
+
+TEST(DataBuffer, WideTextAndUnits) {
+    DataBuffer b;
+    b.appendWideZ(nullptr);
+    EXPECT_EQ(b.getSize(), 2u);
+    b.clear();
+    b.appendWideZ(u"a-b");
+    ASSERT_EQ(b.getSize(), 8u);
+    b.replaceWideChar(u'-', u'+');
+    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(b.getData())), u"a+b");
+    b.replaceWideChar(u'a', 0);  // a zero unit is never written
+    EXPECT_EQ(std::u16string(reinterpret_cast<const char16_t*>(b.getData())), u"a+b");
+}
+
+TEST(DataBuffer, QueriesOnEmptyAndFilledBuffers) {
+    DataBuffer b;
+    EXPECT_EQ(b.getDataAt(0), nullptr);
+    EXPECT_TRUE(b.is7bit());
+    EXPECT_FALSE(b.containsByte(0));
+    b.append("ab\x80", 3);
+    EXPECT_EQ(b.getDataAt(-1), nullptr);
+    EXPECT_EQ(b.getDataAt(3), nullptr);
+    ASSERT_NE(b.getDataAt(2), nullptr);
+    EXPECT_EQ(*b.getDataAt(2), 0x80);
+    EXPECT_FALSE(b.is7bit());
+    EXPECT_TRUE(b.containsByte('b'));
+}
+
+TEST(DataBufferDeathTest, UseAfterDestructionStopsTheProcess) {
+    alignas(DataBuffer) unsigned char storage[sizeof(DataBuffer)];
+    auto* b = new (storage) DataBuffer;
+    b->~DataBuffer();
+    EXPECT_DEATH(b->append("x", 1), "bad magic|not point to an object");
+}

@@ -1,0 +1,338 @@
+// StringBufferTest.cpp - capacities, growth, splitting, replacing and case rules
+#include "textlib/buffers/StringBuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "textlib/buffers/DataBuffer.h"
+#include "textlib/buffers/ExtPtrArray.h"
+
+using brelkin::DataBuffer;
+using brelkin::ExtPtrArray;
+using brelkin::StringBuffer;
+
+namespace {
+
+std::string text(const StringBuffer& s) { return std::string(s.getString(), s.getSize()); }
+
+// Splits and hands back the tokens as strings, deleting them.
+std::vector<std::string> tokensOf(ExtPtrArray& out) {
+    std::vector<std::string> tokens;
+    for (int i = 0; i < out.getSize(); ++i)
+        tokens.push_back(text(*static_cast<StringBuffer*>(out.getAt(i))));
+    out.deleteAll();
+    return tokens;
+}
+
+using Tokens = std::vector<std::string>;
+
+}  // namespace
+
+TEST(StringBuffer, ConstructorsSetCapacityAndSlack) {
+    StringBuffer fresh;
+    EXPECT_EQ(fresh.getCapacity(), 202);
+    EXPECT_EQ(fresh.getGrowBy(), 202);
+    StringBuffer fromText("abc");
+    EXPECT_EQ(fromText.getCapacity(), 4);
+    EXPECT_EQ(fromText.getGrowBy(), 200);
+    StringBuffer fromNull(static_cast<const char*>(nullptr));
+    EXPECT_EQ(fromNull.getCapacity(), 4);
+    EXPECT_EQ(text(fromNull), "");
+    StringBuffer sized(0);
+    EXPECT_EQ(sized.getCapacity(), 200);
+    EXPECT_EQ(sized.getGrowBy(), 200);
+    fromText.setMode(2);
+    StringBuffer copy(fromText);
+    EXPECT_EQ(copy.getCapacity(), 4);
+    EXPECT_EQ(copy.getMode(), 2);
+    EXPECT_NE(copy.getObjectSerial(), fromText.getObjectSerial());
+}
+
+TEST(StringBuffer, GrowsWhenTextReachesCapacityExactly) {
+    struct Case {
+        const char* name;
+        void (*grow)(StringBuffer&);
+        int wantCapacity;
+    };
+    // Each starts from a default buffer holding 201 bytes: one byte of room,
+    // which the terminator needs.
+    const Case cases[] = {
+        {"append", [](StringBuffer& s) { s.append("x"); }, 201 + 1 + 202 + 1},
+        {"appendN", [](StringBuffer& s) { s.appendN("x", 1); }, 201 + 1 + 202},
+        {"appendChar", [](StringBuffer& s) { s.appendChar('x'); }, 201 + 202 + 1},
+        {"prepend", [](StringBuffer& s) { s.prepend("x"); }, 201 + 1 + 202 + 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        StringBuffer s;
+        s.appendCharN('a', 201);
+        ASSERT_EQ(s.getCapacity(), 202);
+        c.grow(s);
+        EXPECT_EQ(s.getSize(), 202);
+        EXPECT_EQ(s.getCapacity(), c.wantCapacity);
+        EXPECT_EQ(s.getString()[202], '\0');
+    }
+}
+
+TEST(StringBuffer, SlackFollowsCapacityUpToItsCap) {
+    StringBuffer s;
+    s.appendCharN('a', 300);  // capacity 300 + 202 + 1 = 503, slack 503 / 2
+    EXPECT_EQ(s.getCapacity(), 503);
+    EXPECT_EQ(s.getGrowBy(), 251);
+    s.prepend(std::string(600, 'b').c_str());  // prepend leaves the slack alone
+    EXPECT_EQ(s.getGrowBy(), 251);
+    StringBuffer big;
+    big.appendCharN('a', 2000000);
+    EXPECT_EQ(big.getGrowBy(), 500000);
+}
+
+TEST(StringBuffer, MinimizeOnlyWhenMoreThanFourBytesSpare) {
+    StringBuffer tight(14);
+    tight.append("0123456789");
+    tight.minimize();
+    EXPECT_EQ(tight.getCapacity(), 14);
+    StringBuffer loose(15);
+    loose.append("0123456789");
+    loose.minimize();
+    EXPECT_EQ(loose.getCapacity(), 11);
+    EXPECT_EQ(text(loose), "0123456789");
+}
+
+TEST(StringBuffer, SplitKeepsEmptyTokensQuotesAndBackslashes) {
+    struct Case {
+        const char* input;
+        bool quotes;
+        bool backslash;
+        Tokens want;
+    };
+    const Case cases[] = {
+        {"a,,b", false, false, {"a", "", "b"}},
+        {"a,", false, false, {"a", ""}},
+        {",", false, false, {"", ""}},
+        {"", false, false, {}},
+        {"\"a,b\",c", true, false, {"\"a,b\"", "c"}},
+        {"\"a,b\",c", false, false, {"\"a", "b\"", "c"}},
+        {"\"a,b,c", true, false, {"\"a,b,c"}},
+        {"a\\,b,c", false, true, {"a\\,b", "c"}},
+        {"\"a\\\",b\",c", true, true, {"\"a\\\",b\"", "c"}},
+        {"a,b\\", false, true, {"a", "b\\"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer s(c.input);
+        ExtPtrArray out;
+        s.split(out, ',', c.quotes, c.backslash);
+        EXPECT_EQ(tokensOf(out), c.want);
+    }
+}
+
+TEST(StringBuffer, SplitByStringSkipsEmptyPieces) {
+    struct Case {
+        const char* input;
+        const char* delimiter;
+        int max;
+        Tokens want;
+    };
+    const Case cases[] = {
+        {"--a--b", "--", 0, {"a", "b"}},
+        {"a----b--", "--", 0, {"a", "b"}},
+        {"a--b--c", "--", 2, {"a", "b"}},
+        {"abc", "--", 0, {"abc"}},
+        {"----", "--", 0, {}},
+        {"abc", "", 0, {"abc"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer s(c.input);
+        ExtPtrArray out;
+        s.splitByString(c.delimiter, out, c.max);
+        EXPECT_EQ(tokensOf(out), c.want);
+    }
+}
+
+TEST(StringBuffer, ReplaceAllCountsEveryOccurrence) {
+    struct Case {
+        const char* input;
+        const char* find;
+        const char* with;
+        int wantCount;
+        const char* want;
+    };
+    const Case cases[] = {
+        {"abcab", "ab", "X", 2, "XcX"},
+        {"xab", "ab", "", 1, "x"},
+        {"aaa", "aa", "b", 1, "ba"},
+        {"aaa", "a", "aa", 3, "aaaaaa"},
+        {"a.b.", ".", nullptr, 2, "ab"},
+        {"abc", "", "x", 0, "abc"},
+        {"abc", "z", "x", 0, "abc"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer s(c.input);
+        EXPECT_EQ(s.replaceAll(c.find, c.with), c.wantCount);
+        EXPECT_EQ(text(s), c.want);
+    }
+    StringBuffer self("a-b");
+    EXPECT_EQ(self.replaceAll("-", self.getString()), 1);  // argument in its own block
+    EXPECT_EQ(text(self), "aa-bb");
+}
+
+TEST(StringBuffer, ReplaceFirstNeedsBothArguments) {
+    StringBuffer s("a-b-c");
+    EXPECT_TRUE(s.replaceFirst("-", "+"));
+    EXPECT_EQ(text(s), "a+b-c");
+    EXPECT_FALSE(s.replaceFirst("-", nullptr));
+    EXPECT_FALSE(s.replaceFirst("", "x"));
+    EXPECT_FALSE(s.replaceFirst("z", "x"));
+    EXPECT_EQ(text(s), "a+b-c");
+}
+
+TEST(StringBuffer, NameValuePairs) {
+    struct Case {
+        const char* input;
+        const char* name;
+        const char* value;
+    };
+    const Case cases[] = {
+        {"x = \"a b\"", "x", "a b"},
+        {"  \r\nname  ", "name", ""},
+        {"a=", "a", ""},
+        {"a=\"", "a", ""},
+        {"a = b c  ", "a", "b c"},
+        {"a=b=c", "a", "b=c"},
+        {"a=\"\"q\"\"", "a", "\"q\""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer name("junk");
+        StringBuffer value("junk");
+        StringBuffer(c.input).getNameValue(name, value);
+        EXPECT_EQ(text(name), c.name);
+        EXPECT_EQ(text(value), c.value);
+    }
+}
+
+TEST(StringBuffer, CaseFoldingIncludesTheLatin1Ranges) {
+    StringBuffer lower("AbZ\xC9\xD7\xDF\xE9");
+    lower.toLowerCase();
+    EXPECT_EQ(text(lower), "abz\xE9\xF7\xFF\xE9");  // 0xD7 and 0xDF go too, on purpose
+    StringBuffer upper("aBz\xE9\xFF\xC9");
+    upper.toUpperCase();
+    EXPECT_EQ(text(upper), "ABZ\xC9\xDF\xC9");
+    StringBuffer s("Stra\xC9");
+    EXPECT_TRUE(s.equalsIgnoreCase("sTRA\xC9"));
+    EXPECT_FALSE(s.equalsIgnoreCase("stra\xE9"));  // only a-z fold in comparisons
+    EXPECT_TRUE(s.containsIgnoreCase("RA\xC9"));
+    const char* hello = "Hello";
+    EXPECT_EQ(StringBuffer::searchIgnoreCase(hello, "LL"), hello + 2);
+    EXPECT_EQ(StringBuffer::searchIgnoreCase(hello, nullptr), nullptr);
+}
+
+TEST(StringBuffer, ComparisonsWithNullAndEmpty) {
+    StringBuffer empty;
+    EXPECT_TRUE(empty.equals(nullptr));
+    EXPECT_TRUE(empty.endsWith(""));
+    EXPECT_FALSE(empty.beginsWith(nullptr));
+    StringBuffer s("abc");
+    EXPECT_FALSE(s.equals(nullptr));
+    EXPECT_FALSE(s.endsWith("xabc"));
+    EXPECT_TRUE(s.endsWith("bc"));
+    EXPECT_LT(s.compare("abd"), 0);
+    EXPECT_GT(s.compare("ab"), 0);
+    EXPECT_GT(StringBuffer("\xE9").compare("a"), 0);  // bytes compare unsigned
+    const char bytes[] = {'x', '\0', 'a', 'b', 'c', 'a', 'b'};
+    EXPECT_EQ(StringBuffer::searchBytes(bytes, sizeof bytes, "ab"), bytes + 2);
+    EXPECT_EQ(StringBuffer::searchBytes(bytes, 3, "ab"), nullptr);
+    EXPECT_EQ(StringBuffer::searchBytes(bytes, 0, "x"), nullptr);
+}
+
+TEST(StringBuffer, WhitespaceAndLineEndEdits) {
+    struct Case {
+        const char* name;
+        void (*edit)(StringBuffer&);
+        const char* input;
+        const char* want;
+    };
+    const Case cases[] = {
+        {"trim", [](StringBuffer& s) { s.trim(); }, " \t\r\n ", ""},
+        {"trim both ends", [](StringBuffer& s) { s.trim(); }, "\r\n a b \t", "a b"},
+        {"trimSpacesTabs", [](StringBuffer& s) { s.trimSpacesTabs(); }, " \r\na\r\n\t", "\r\na\r\n"},
+        {"collapse", [](StringBuffer& s) { s.collapseWhitespace(); }, " a \t\r\n b ", " a b "},
+        {"toCrlf", [](StringBuffer& s) { s.toCrlf(); }, "a\rb\nc\r\nd", "ab\r\nc\r\nd"},
+        {"toCrlf many", [](StringBuffer& s) { s.toCrlf(); }, "\n\n", "\r\n\r\n"},
+        {"toLf", [](StringBuffer& s) { s.toLf(); }, "a\r\nb\rc\r", "a\nb\rc\r"},
+        {"xml", [](StringBuffer& s) { s.encodeXmlEntities(); }, "<a b=\"&\">",
+         "&lt;a b=&quot;&amp;&quot;&gt;"},
+        {"removeChar", [](StringBuffer& s) { s.removeChar('-'); }, "-a-b-", "ab"},
+        {"removeCharFrom", [](StringBuffer& s) { s.removeCharFrom('-', 2); }, "-a-b-", "-ab"},
+        {"truncateAtChar", [](StringBuffer& s) { s.truncateAtChar(';'); }, "a;b;c", "a"},
+        {"shorten past start", [](StringBuffer& s) { s.shorten(9); }, "abc", ""},
+        {"replaceAnyOf5", [](StringBuffer& s) { s.replaceAnyOf5("<>:\"|", '_'); }, "a<b>:c|\"",
+         "a_b__c__"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        StringBuffer s(c.input);
+        c.edit(s);
+        EXPECT_EQ(text(s), c.want);
+        EXPECT_EQ(s.getString()[s.getSize()], '\0');
+    }
+}
+
+TEST(StringBuffer, BinaryBytesAndOwnTextAsArgument) {
+    StringBuffer s;
+    s.appendN("a\0b", 3);
+    EXPECT_EQ(s.getSize(), 3);
+    EXPECT_TRUE(s.containsChar('b'));
+    s.appendN(nullptr, 5);
+    s.appendN("x", 0);
+    EXPECT_EQ(s.getSize(), 3);
+
+    StringBuffer own("prefix-tail");
+    own.setString(own.getString() + 7);
+    EXPECT_EQ(text(own), "tail");
+    own.append(own.getString());
+    EXPECT_EQ(text(own), "tailtail");
+    own.prepend(own.getString() + 4);
+    EXPECT_EQ(text(own), "tailtailtail");
+}
+
+TEST(StringBuffer, TakeDataAndDetachHandOverBlocks) {
+    DataBuffer source;
+    source.append("abc", 4);  // with its terminator
+    const uint8_t* block = source.getData();
+    StringBuffer s("old");
+    ASSERT_TRUE(s.takeData(source));
+    EXPECT_EQ(text(s), "abc");
+    EXPECT_EQ(reinterpret_cast<const uint8_t*>(s.getString()), block);
+    EXPECT_EQ(s.getGrowBy(), 1024);
+    EXPECT_EQ(source.getData(), nullptr);
+
+    DataBuffer tiny;
+    tiny.append("", 1);
+    s.takeData(tiny);
+    EXPECT_EQ(text(s), "");
+    EXPECT_EQ(tiny.getSize(), 1u);
+
+    StringBuffer d("detached");
+    int length = -1;
+    char* taken = d.detach(&length);
+    EXPECT_EQ(length, 8);
+    EXPECT_STREQ(taken, "detached");
+    std::free(taken);
+    EXPECT_EQ(text(d), "");
+    d.append("again");
+    EXPECT_EQ(text(d), "again");
+}
+
+TEST(StringBuffer, SecureClearBlanksTheOldText) {
+    StringBuffer s("secret");
+    const char* block = s.getString();
+    s.secureClear();
+    EXPECT_EQ(s.getSize(), 0);
+    EXPECT_EQ(std::string(block + 1, 5), "     ");
+}
