@@ -1,0 +1,308 @@
+// ContentCoding.cpp - base64 and quoted-printable for bodies, and header encoded words
+//
+// See ContentCoding.h
+#include "mime/ContentCoding.h"
+
+#include <climits>
+#include <cstring>
+
+#include "textlib/buffers/DataBuffer.h"
+#include "textlib/buffers/StringBuffer.h"
+
+namespace brelkin {
+
+namespace {
+
+const char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+const char kHexUpper[] = "0123456789ABCDEF";
+
+// Base64 decoding table: 0-63 a digit, kSkip a byte to pass over, kStop the
+// end of the data ("=" and the zero byte). Both markers have a bit above the
+// six digit bits, so four lookups OR'ed together tell whether all were digits.
+constexpr uint8_t kSkip = 0x40;
+constexpr uint8_t kStop = 0x80;
+
+struct Base64DecodeTable {
+    uint8_t value[256];
+    Base64DecodeTable() {
+        std::memset(value, kSkip, sizeof value);
+        for (int i = 0; i < 64; ++i) value[static_cast<uint8_t>(kBase64Alphabet[i])] = static_cast<uint8_t>(i);
+        value[static_cast<uint8_t>('=')] = kStop;
+        value[0] = kStop;
+    }
+};
+const Base64DecodeTable g_base64;
+
+// Hex digit values of either case, -1 for anything else; callers mask to 7 bits.
+struct HexTable {
+    int8_t value[128];
+    HexTable() {
+        std::memset(value, -1, sizeof value);
+        for (int i = 0; i < 10; ++i) value['0' + i] = static_cast<int8_t>(i);
+        for (int i = 0; i < 6; ++i) {
+            value['A' + i] = static_cast<int8_t>(10 + i);
+            value['a' + i] = static_cast<int8_t>(10 + i);
+        }
+    }
+};
+const HexTable g_hex;
+
+// Bytes that quoted-printable writes as they are, wherever they stand.
+struct QpLiteralTable {
+    bool literal[256];
+    QpLiteralTable() {
+        for (int c = 0; c < 256; ++c) literal[c] = (c >= 33 && c <= 60) || (c >= 62 && c <= 126);
+    }
+};
+const QpLiteralTable g_qp;
+
+int hexValue(const uint8_t* in, uint32_t at, uint32_t end) {
+    return at < end ? g_hex.value[in[at] & 0x7F] : -1;
+}
+
+bool isQpTrailingBlank(uint8_t c) {
+    c &= 0x7F;
+    return c == '\r' || c == '\n' || c == ' ' || c == '\t';
+}
+
+bool isCrlfAt(const uint8_t* in, uint32_t at, uint32_t count) {
+    return at + 1 < count && in[at] == '\r' && in[at + 1] == '\n';
+}
+
+char* writeEncodedGroup(char* o, const uint8_t* in) {
+    uint32_t v = (uint32_t{in[0]} << 16) | (uint32_t{in[1]} << 8) | in[2];
+    o[0] = kBase64Alphabet[v >> 18];
+    o[1] = kBase64Alphabet[(v >> 12) & 0x3F];
+    o[2] = kBase64Alphabet[(v >> 6) & 0x3F];
+    o[3] = kBase64Alphabet[v & 0x3F];
+    return o + 4;
+}
+
+char* writeQpEscape(char* o, uint8_t b) {
+    o[0] = '=';
+    o[1] = kHexUpper[b >> 4];
+    o[2] = kHexUpper[b & 0x0F];
+    return o + 3;
+}
+
+char* writeSoftBreak(char* o) {
+    o[0] = '=';
+    o[1] = '\r';
+    o[2] = '\n';
+    return o + 3;
+}
+
+}  // namespace
+
+uint64_t ContentCoding::base64EncodedSize(uint64_t count, int lineLength) {
+    uint64_t groups = (count + 2) / 3;
+    uint64_t groupsPerLine = lineLength > 4 ? (static_cast<uint64_t>(lineLength) + 3) / 4 : 1;
+    return groups * 4 + (groups / groupsPerLine + 2) * 2;
+}
+
+// At most three characters a byte, and a soft break at the latest after 25
+// escapes; one in eight bytes covers the breaks.
+uint64_t ContentCoding::quotedPrintableEncodedSize(uint64_t count) {
+    return count * 3 + count / 8 + 16;
+}
+
+// ---- base64
+
+bool ContentCoding::encodeBase64(const void* bytes, uint32_t count, StringBuffer& out) const {
+    if (!bytes || count == 0) return true;
+    uint64_t bound = base64EncodedSize(count, m_lineLength);
+    if (bound > INT_MAX) return false;
+    char* start = out.reserveTail(static_cast<int>(bound));
+    if (!start) return false;
+    const auto* in = static_cast<const uint8_t*>(bytes);
+    const uint32_t groupsPerLine = m_lineLength > 4 ? (m_lineLength + 3) / 4 : 1;
+    char* o = start;
+    uint32_t whole = count / 3;
+    uint32_t group = 0;
+    while (group < whole) {
+        uint32_t lineGroups = whole - group < groupsPerLine ? whole - group : groupsPerLine;
+        for (uint32_t k = 0; k < lineGroups; ++k, ++group) o = writeEncodedGroup(o, in + group * 3);
+        if (lineGroups < groupsPerLine) break;
+        *o++ = '\r';
+        *o++ = '\n';
+    }
+    uint32_t rest = count - whole * 3;
+    if (rest > 0) {
+        uint8_t last[3] = {in[whole * 3], rest == 2 ? in[whole * 3 + 1] : uint8_t{0}, 0};
+        o = writeEncodedGroup(o, last);
+        o[-1] = '=';
+        if (rest == 1) o[-2] = '=';
+    }
+    // The output always ends in a line end, even right behind a full line
+    // (kept: a multiple of 57 bytes ends in an empty line); a padded group
+    // that fills a line gets just the one.
+    *o++ = '\r';
+    *o++ = '\n';
+    out.commitTail(static_cast<int>(o - start));
+    return true;
+}
+
+bool ContentCoding::decodeBase64(const char* text, uint32_t count, DataBuffer& out) const {
+    if (!text || count == 0) return true;
+    uint8_t* start = out.reserveTail(count / 4 * 3 + 3);
+    if (!start) return false;
+    const auto* in = reinterpret_cast<const uint8_t*>(text);
+    const uint8_t* table = g_base64.value;
+    uint8_t* o = start;
+    uint32_t bits = 0;
+    int digits = 0;
+    uint32_t i = 0;
+    while (i < count) {
+        // Whole groups of four digits, the common case, go in one step.
+        if (digits == 0 && i + 4 <= count) {
+            uint8_t a = table[in[i]], b = table[in[i + 1]], c = table[in[i + 2]], d = table[in[i + 3]];
+            if ((a | b | c | d) < 64) {
+                uint32_t v = (uint32_t{a} << 18) | (uint32_t{b} << 12) | (uint32_t{c} << 6) | d;
+                o[0] = static_cast<uint8_t>(v >> 16);
+                o[1] = static_cast<uint8_t>(v >> 8);
+                o[2] = static_cast<uint8_t>(v);
+                o += 3;
+                i += 4;
+                continue;
+            }
+        }
+        uint8_t v = table[in[i++]];
+        if (v == kStop) break;
+        if (v == kSkip) continue;
+        bits = (bits << 6) | v;
+        if (++digits < 4) continue;
+        o[0] = static_cast<uint8_t>(bits >> 16);
+        o[1] = static_cast<uint8_t>(bits >> 8);
+        o[2] = static_cast<uint8_t>(bits);
+        o += 3;
+        bits = 0;
+        digits = 0;
+    }
+    // Only whole bytes count: two digits make one, three make two.
+    if (digits == 2) *o++ = static_cast<uint8_t>(bits >> 4);
+    if (digits == 3) {
+        *o++ = static_cast<uint8_t>(bits >> 10);
+        *o++ = static_cast<uint8_t>(bits >> 2);
+    }
+    out.commitTail(static_cast<uint32_t>(o - start));
+    return true;
+}
+
+// ---- quoted-printable
+
+bool ContentCoding::encodeQuotedPrintable(const void* bytes, uint32_t count,
+                                          StringBuffer& out) const {
+    if (!bytes || count == 0) return true;
+    uint64_t bound = quotedPrintableEncodedSize(count);
+    if (bound > INT_MAX) return false;
+    char* start = out.reserveTail(static_cast<int>(bound));
+    if (!start) return false;
+    const auto* in = static_cast<const uint8_t*>(bytes);
+    const int limit = m_lineLength - 1;
+    char* o = start;
+    int col = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        uint8_t b = in[i];
+        bool lineStartEscape =
+            col == 0 && (b == '.' ||
+                         (b == 'F' && count - i >= 5 && std::memcmp(in + i + 1, "rom ", 4) == 0));
+        if (lineStartEscape) {
+            o = writeQpEscape(o, b);
+            col += 3;
+        } else if (g_qp.literal[b]) {
+            *o++ = static_cast<char>(b);
+            ++col;
+        } else if (b == '\r' && isCrlfAt(in, i, count)) {
+            *o++ = '\r';
+            *o++ = '\n';
+            ++i;
+            col = 0;
+            continue;
+        } else if ((b == ' ' || b == '\t') && i + 1 < count && !isCrlfAt(in, i + 1, count)) {
+            *o++ = static_cast<char>(b);
+            ++col;
+        } else {
+            if (col >= limit - 2) {
+                o = writeSoftBreak(o);
+                col = 0;
+            }
+            o = writeQpEscape(o, b);
+            col += 3;
+        }
+        // No soft break behind the last byte: the text adds no line end of its own.
+        if (col >= limit && i + 1 < count && !isCrlfAt(in, i + 1, count)) {
+            o = writeSoftBreak(o);
+            col = 0;
+        }
+    }
+    out.commitTail(static_cast<int>(o - start));
+    return true;
+}
+
+bool ContentCoding::decodeQuotedPrintable(const char* text, uint32_t count,
+                                          DataBuffer& out) const {
+    if (!text || count == 0) return false;
+    const auto* in = reinterpret_cast<const uint8_t*>(text);
+    if (const void* zero = std::memchr(in, 0, count)) count = static_cast<const uint8_t*>(zero) - in;
+    if (count == 0) return false;
+    // A bare LF grows by one byte; nothing else grows.
+    uint32_t lineFeeds = 0;
+    for (uint32_t i = 0; i < count; ++i) lineFeeds += (in[i] & 0x7F) == '\n';
+    if (count > UINT32_MAX - lineFeeds) return false;
+    uint8_t* start = out.reserveTail(count + lineFeeds);
+    if (!start) return false;
+    uint8_t* o = start;
+    uint32_t pos = 0;
+    while (pos < count) {
+        uint32_t end = pos;
+        while (end < count && (in[end] & 0x7F) != '\n') ++end;
+        bool hasLf = end < count;
+        uint32_t sig = end;
+        while (sig > pos && isQpTrailingBlank(in[sig - 1])) --sig;
+        bool softBreak = false;
+        uint32_t i = pos;
+        while (i < sig) {
+            uint8_t b = in[i];
+            if ((b & 0x7F) != '=') {
+                *o++ = b;
+                ++i;
+                continue;
+            }
+            if (i + 1 == sig) {
+                softBreak = true;
+                break;
+            }
+            int high = hexValue(in, i + 1, count);
+            int low = hexValue(in, i + 2, count);
+            if (high < 0 || low < 0) {
+                *o++ = b;  // the "=" as it stood; its would-be digits are read as text
+                ++i;
+                continue;
+            }
+            uint32_t value = static_cast<uint32_t>(high * 16 + low);
+            // A byte once written through a signed char: "=FFFFFFE4" is 0xE4.
+            bool signExtended = value == 0xFF && i + 6 < sig && (in[i + 3] & 0x7F) == 'F' &&
+                                (in[i + 4] & 0x7F) == 'F' && (in[i + 5] & 0x7F) == 'F' &&
+                                (in[i + 6] & 0x7F) == 'F';
+            if (!signExtended) {
+                *o++ = static_cast<uint8_t>(value);
+                i += 3;
+                continue;
+            }
+            int repairedHigh = hexValue(in, i + 7, sig);
+            int repairedLow = hexValue(in, i + 8, sig);
+            *o++ = static_cast<uint8_t>((repairedHigh < 0 ? 0 : repairedHigh) * 16 +
+                                        (repairedLow < 0 ? 0 : repairedLow));
+            i += 9;
+        }
+        if (hasLf && !softBreak) {
+            *o++ = '\r';
+            *o++ = '\n';
+        }
+        pos = hasLf ? end + 1 : count;
+    }
+    out.commitTail(static_cast<uint32_t>(o - start));
+    return true;
+}
+
+}  // namespace brelkin

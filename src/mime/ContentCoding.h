@@ -1,0 +1,57 @@
+// ContentCoding.h - base64 and quoted-printable for bodies, and header encoded words
+//
+// Writes the shape the engine always writes (base64 in CR LF lines of 76
+// characters, quoted-printable with soft breaks at 76) and reads broken input
+// as far as it goes: base64 skips what is not in its alphabet and stops at the
+// first "=", quoted-printable keeps malformed escapes as text and repairs
+// sign-extended "=FFFFFFxx" escapes.
+//
+// Input:       any bytes. Outputs are appended to; nothing is cleared.
+// Diagnostics: false only for empty input (quoted-printable decoding) or when
+//              the output could not grow.
+// Limits:      one call, one whole block; output sizes are bounded by the
+//              *EncodedSize functions below.
+// Known gaps:  the quoted-printable decoder looks at the low 7 bits of every
+//              byte, so 0xBD counts as "=" and 0x8A as a line feed; kept, since
+//              stored messages were read that way.
+// See also:    textlib/buffers/StringBuffer.h, textlib/buffers/DataBuffer.h
+#pragma once
+
+#include <cstdint>
+
+namespace brelkin {
+
+class DataBuffer;
+class StringBuffer;
+
+class ContentCoding {
+public:
+    ContentCoding() = default;
+    virtual ~ContentCoding() = default;
+
+    // Base64 lines of m_lineLength characters, each ended by CR LF; the output
+    // always ends in CR LF, so a multiple of 57 bytes ends in an empty line.
+    bool encodeBase64(const void* bytes, uint32_t count, StringBuffer& out) const;
+    // Stops at the first "=" or zero byte; skips every byte outside the
+    // alphabet. An incomplete last group gives its whole bytes.
+    bool decodeBase64(const char* text, uint32_t count, DataBuffer& out) const;
+    // Soft breaks keep lines within m_lineLength; "." and "From " at a line
+    // start are escaped. Adds no line end of its own.
+    bool encodeQuotedPrintable(const void* bytes, uint32_t count, StringBuffer& out) const;
+    // Bare LF comes out as CR LF; trailing white space of a line is dropped.
+    // False for a null or empty input.
+    bool decodeQuotedPrintable(const char* text, uint32_t count, DataBuffer& out) const;
+
+    // Upper bounds of the encoders' output for `count` input bytes.
+    static uint64_t base64EncodedSize(uint64_t count, int lineLength);
+    static uint64_t quotedPrintableEncodedSize(uint64_t count);
+
+    bool getEncodeCommas() const { return m_encodeCommas; }
+    void setEncodeCommas(bool encode) { m_encodeCommas = encode; }
+
+protected:
+    int m_lineLength = 76;        // never changed after construction
+    bool m_encodeCommas = false;  // Q-encoded words also escape ","
+};
+
+}  // namespace brelkin

@@ -1,0 +1,224 @@
+// ContentCodingTest.cpp - line shapes, tolerant decoding and round trips
+#include "mime/ContentCoding.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "textlib/buffers/DataBuffer.h"
+#include "textlib/buffers/StringBuffer.h"
+
+using brelkin::ContentCoding;
+using brelkin::DataBuffer;
+using brelkin::StringBuffer;
+
+namespace {
+
+const char kJunk[] = "junk:";
+
+std::string hex(const std::string& s) {
+    static const char digits[] = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : s) {
+        if (c >= 0x20 && c < 0x7F && c != '\\') {
+            out += static_cast<char>(c);
+        } else {
+            out += "\\x";
+            out += digits[c >> 4];
+            out += digits[c & 15];
+        }
+    }
+    return out;
+}
+
+std::string encodeBase64(const std::string& in) {
+    StringBuffer out(kJunk);
+    EXPECT_TRUE(ContentCoding().encodeBase64(in.data(), in.size(), out));
+    std::string s(out.getString(), out.getSize());
+    EXPECT_EQ(s.compare(0, 5, kJunk), 0) << "output must be appended to";
+    return s.substr(5);
+}
+
+std::string decodeBase64(const std::string& in) {
+    DataBuffer out;
+    out.append(kJunk, 5);
+    EXPECT_TRUE(ContentCoding().decodeBase64(in.data(), in.size(), out));
+    return std::string(reinterpret_cast<const char*>(out.getData()) + 5, out.getSize() - 5);
+}
+
+std::string encodeQp(const std::string& in) {
+    StringBuffer out(kJunk);
+    EXPECT_TRUE(ContentCoding().encodeQuotedPrintable(in.data(), in.size(), out));
+    return std::string(out.getString() + 5, out.getSize() - 5);
+}
+
+std::string decodeQp(const std::string& in) {
+    DataBuffer out;
+    out.append(kJunk, 5);
+    // False only for empty input, which decodes to nothing either way.
+    EXPECT_EQ(ContentCoding().decodeQuotedPrintable(in.data(), in.size(), out), !in.empty());
+    return std::string(reinterpret_cast<const char*>(out.getData()) + 5, out.getSize() - 5);
+}
+
+std::string randomBytes(std::mt19937& rng, size_t n) {
+    std::string s(n, '\0');
+    for (char& c : s) c = static_cast<char>(rng() & 0xFF);
+    return s;
+}
+
+// Lines between CR LF pairs, checked against a maximum length.
+void expectLinesAtMost(const std::string& text, size_t maxLength) {
+    size_t start = 0;
+    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", start)) {
+        EXPECT_LE(at - start, maxLength) << "line at offset " << start;
+        start = at + 2;
+    }
+    EXPECT_LE(text.size() - start, maxLength);
+}
+
+struct Case {
+    const char* name;
+    std::string input;
+    std::string want;
+};
+
+}  // namespace
+
+TEST(Base64Encode, LineShapeAndFinalLineEnd) {
+    std::string line76;
+    for (int i = 0; i < 19; ++i) line76 += "YWFh";
+    const Case cases[] = {
+        {"empty", "", ""},
+        {"one byte", "a", "YQ==\r\n"},
+        {"two bytes", "ab", "YWI=\r\n"},
+        {"one group", "abc", "YWJj\r\n"},
+        {"57 bytes end in an empty line", std::string(57, 'a'), line76 + "\r\n\r\n"},
+        {"56 bytes: padded group fills the line", std::string(56, 'a'),
+         std::string(line76, 0, 72) + "YWE=\r\n"},
+        {"58 bytes", std::string(58, 'a'), line76 + "\r\nYQ==\r\n"},
+        {"114 bytes", std::string(114, 'a'), line76 + "\r\n" + line76 + "\r\n\r\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(hex(encodeBase64(c.input)), hex(c.want));
+    }
+}
+
+TEST(Base64Decode, ReadsBrokenInputAsFarAsItGoes) {
+    const Case cases[] = {
+        {"padding ends the data", "QUJD=ignored", "ABC"},
+        {"blanks and line ends skipped", "QU JD\r\n", "ABC"},
+        {"foreign and 8-bit bytes skipped", "Q!U\x80J\xFF" "D", "ABC"},
+        {"zero byte ends the data", std::string("QUJD\0QUJD", 9), "ABC"},
+        {"three digits give two bytes", "QUJ", "AB"},
+        {"two digits give one byte", "QU", "A"},
+        {"a lone digit gives nothing", "Q", ""},
+        {"padding in a group", "QUI=QUJD", "AB"},
+        {"only padding", "====", ""},
+        {"split groups", "Q\r\nU\r\nJ\r\nD\r\nQ", "ABC"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(hex(decodeBase64(c.input)), hex(c.want));
+    }
+    DataBuffer out;
+    EXPECT_TRUE(ContentCoding().decodeBase64(nullptr, 5, out));
+    EXPECT_EQ(out.getSize(), 0u);
+}
+
+TEST(Base64, RoundTripsRandomBinary) {
+    std::mt19937 rng(20261123);
+    std::vector<size_t> lengths;
+    for (size_t n = 0; n <= 200; ++n) lengths.push_back(n);
+    lengths.insert(lengths.end(), {56 * 1000 + 1, 57 * 1000, 1 << 20});
+    for (size_t n : lengths) {
+        SCOPED_TRACE(n);
+        std::string data = randomBytes(rng, n);
+        std::string encoded = encodeBase64(data);
+        expectLinesAtMost(encoded, 76);
+        ASSERT_EQ(decodeBase64(encoded), data);
+    }
+}
+
+TEST(QuotedPrintableDecode, RepairsAndLineEnds) {
+    const Case cases[] = {
+        {"soft break", "a=\r\nb", "ab"},
+        {"trailing blanks dropped", "a  \r\nb", "a\r\nb"},
+        {"bad digits kept as text", "a=zz", "a=zz"},
+        {"one bad digit", "=4g", "=4g"},
+        {"escape at the very end", "a=4", "a=4"},
+        {"soft break at the end", "a=", "a"},
+        {"escapes of either case", "=C3=a4", "\xC3\xA4"},
+        {"bare LF becomes CR LF", "a\nb", "a\r\nb"},
+        {"last line gets no line end", "a\r\nb  ", "a\r\nb"},
+        {"sign-extended byte", "=FFFFFFE4x", "\xE4x"},
+        {"sign-extended, digits missing", "=FFFFFF", std::string(1, '\0')},
+        {"0xFF alone", "=FFx", "\xFFx"},
+        {"0xBD counts as =", "\xBD" "41", "A"},
+        {"0x8A ends a line", "a\x8A" "b", "a\r\nb"},
+        {"zero byte ends the input", std::string("a\0b", 3), "a"},
+        {"soft break then trailing blanks", "a= \t\r\nb", "ab"},
+        {"equals runs", "==\r\nx", "=x"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(hex(decodeQp(c.input)), hex(c.want));
+    }
+    DataBuffer out;
+    EXPECT_FALSE(ContentCoding().decodeQuotedPrintable("", 0, out));
+    EXPECT_FALSE(ContentCoding().decodeQuotedPrintable(nullptr, 3, out));
+}
+
+TEST(QuotedPrintableEncode, EscapesAndSoftBreaks) {
+    const std::string a75(75, 'a');
+    const Case cases[] = {
+        {"empty", "", ""},
+        {"From at a line start", "From me", "=46rom me"},
+        {"From after CR LF", "a\r\nFrom x", "a\r\n=46rom x"},
+        {"From elsewhere", "xFrom me", "xFrom me"},
+        {"From without blank", "Fromage", "Fromage"},
+        {"single dot", ".", "=2E"},
+        {"dot after CR LF", "a\r\n.\r\n", "a\r\n=2E\r\n"},
+        {"blank before CR LF", "a \r\nb", "a=20\r\nb"},
+        {"blank at the end", "a\t", "a=09"},
+        {"inner blank", "a b", "a b"},
+        {"equals and 8-bit", "=\xE4\x7F", "=3D=E4=7F"},
+        {"lone CR and LF", "a\rb\nc", "a=0Db=0Ac"},
+        {"long line breaks at 75", std::string(80, 'a'), a75 + "=\r\naaaaa"},
+        {"75 at the end: no break", a75, a75},
+        {"75 before CR LF: no break", a75 + "\r\nb", a75 + "\r\nb"},
+        {"escape near the limit", std::string(73, 'a') + "\xE4", std::string(73, 'a') + "=\r\n=E4"},
+        {"escape just fits", std::string(72, 'a') + "\xE4" "b", std::string(72, 'a') + "=E4=\r\nb"},
+        {"dot after a soft break", std::string(75, 'a') + ".", a75 + "=\r\n=2E"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(hex(encodeQp(c.input)), hex(c.want));
+    }
+}
+
+TEST(QuotedPrintable, RoundTripsRandomBinary) {
+    std::mt19937 rng(4711);
+    std::vector<size_t> lengths;
+    for (size_t n = 0; n <= 200; ++n) lengths.push_back(n);
+    lengths.insert(lengths.end(), {100000, 1 << 20});
+    for (size_t n : lengths) {
+        SCOPED_TRACE(n);
+        std::string data = randomBytes(rng, n);
+        std::string encoded = encodeQp(data);
+        expectLinesAtMost(encoded, 76);
+        ASSERT_EQ(decodeQp(encoded), data);
+    }
+    // Text with line ends and blanks: CR LF pairs pass through as they are.
+    const std::string text = "Dear all, \r\n.\r\nFrom here on\t\r\n= 100%\r\n";
+    EXPECT_EQ(decodeQp(encodeQp(text)), text);
+}
+
+TEST(QuotedPrintable, SignExtensionRepairBreaksOneRoundTrip) {
+    // Kept on purpose: 0xFF followed by "FFFF" reads back as the repair.
+    const std::string data = "\xFF" "FFFF41";
+    EXPECT_EQ(encodeQp(data), "=FFFFFF41");
+    EXPECT_EQ(decodeQp(encodeQp(data)), "A");
+}
