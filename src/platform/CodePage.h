@@ -5,7 +5,10 @@
 // read once per process. Conversions go through the C library's iconv with its
 // Windows code page converters ("CP1252", "CP932", ...).
 //
-// Diagnostics: conversions return 0 on failure, like their Windows models.
+// Diagnostics: conversions return 0 on failure, like their Windows models, and
+//              set the last error (87 bad arguments or unknown code page, 122
+//              output too small). A broken input sequence becomes U+FFFD from
+//              UTF-8 and "?" from other code pages.
 // See also:    posix/CodePage.cpp, Registry.h
 #pragma once
 
@@ -20,6 +23,10 @@ constexpr uint32_t kCpUtf8 = 65001;
 
 uint32_t GetACP();
 uint32_t GetOEMCP();
+
+// Forgets the code pages read, so that the next GetACP/GetOEMCP reads the
+// registry again (tests only; the service reads them once).
+void ResetCodePageCacheForTest();
 
 // Wide (UTF-16) to multibyte in `codePage`. `wideLen` of -1 means up to and
 // including the terminating zero, which is then converted too. With

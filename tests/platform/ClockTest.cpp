@@ -1,0 +1,120 @@
+// ClockTest.cpp - tick wrap, local time and the zone under a set TZ
+#include "platform/Clock.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+using namespace platform;
+
+namespace {
+
+// Sets TZ for one test and restores it.
+class ZoneGuard {
+public:
+    explicit ZoneGuard(const char* zone) {
+        const char* old = std::getenv("TZ");
+        hadOld_ = old != nullptr;
+        if (hadOld_) old_ = old;
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+    }
+    ~ZoneGuard() {
+        if (hadOld_)
+            ::setenv("TZ", old_.c_str(), 1);
+        else
+            ::unsetenv("TZ");
+        ::tzset();
+    }
+
+private:
+    std::string old_;
+    bool hadOld_ = false;
+};
+
+}  // namespace
+
+TEST(Clock, TickCountWrapsAndUnsignedDifferenceStaysRight) {
+    const uint32_t now = GetTickCount();
+    const int64_t toWrap = static_cast<int64_t>(0xFFFFFFFFu - now) - 20;  // 20 ms before the wrap
+    ShiftTickCountForTest(toWrap);
+    const uint32_t before = GetTickCount();
+    Sleep(60);
+    const uint32_t after = GetTickCount();
+    ShiftTickCountForTest(-toWrap);
+    EXPECT_GT(before, 0xFFFFFF00u);
+    EXPECT_LT(after, before) << "the count did not wrap";
+    const uint32_t elapsed = after - before;
+    EXPECT_GE(elapsed, 60u);
+    EXPECT_LT(elapsed, 60u * 1000);  // generous: only a wrong wrap gives billions
+}
+
+TEST(Clock, LocalTimeFollowsTheZoneAndItsDaylightRule) {
+    ZoneGuard zone("EST5EDT,M3.2.0,M11.1.0");
+    struct Case {
+        const char* name;
+        int64_t unix;
+        SystemTime want;
+    } cases[] = {
+        {"winter, standard time", 1700000000, {2023, 11, 2, 14, 17, 13, 20, 0}},
+        {"summer, daylight time", 1689000000, {2023, 7, 1, 10, 10, 40, 0, 0}},
+        {"epoch", 0, {1969, 12, 3, 31, 19, 0, 0, 0}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        SystemTime got{};
+        LocalTimeOf(c.unix, got);
+        EXPECT_EQ(c.want.wYear, got.wYear);
+        EXPECT_EQ(c.want.wMonth, got.wMonth);
+        EXPECT_EQ(c.want.wDayOfWeek, got.wDayOfWeek);
+        EXPECT_EQ(c.want.wDay, got.wDay);
+        EXPECT_EQ(c.want.wHour, got.wHour);
+        EXPECT_EQ(c.want.wMinute, got.wMinute);
+        EXPECT_EQ(c.want.wSecond, got.wSecond);
+    }
+}
+
+TEST(Clock, TimeZoneBiasesSumToMinusThePresentOffset) {
+    struct Case {
+        const char* zone;
+        int32_t bias;
+        int32_t daylightBias;
+        bool hasDaylight;
+    } cases[] = {
+        {"UTC0", 0, 0, false},
+        {"<+0530>-5:30", -330, 0, false},
+        {"EST5EDT,M3.2.0,M11.1.0", 300, -60, true},
+        {"CET-1CEST,M3.5.0,M10.5.0/3", -60, -60, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.zone);
+        ZoneGuard zone(c.zone);
+        TimeZoneInfo info{};
+        const int kind = GetTimeZoneInformation(info);
+        EXPECT_EQ(c.bias, info.Bias);
+        EXPECT_EQ(0, info.StandardBias);
+        EXPECT_EQ(c.daylightBias, info.DaylightBias);
+        if (!c.hasDaylight) {
+            EXPECT_EQ(0, kind);
+            continue;
+        }
+        ASSERT_TRUE(kind == 1 || kind == 2);
+        std::time_t now = std::time(nullptr);
+        std::tm tm{};
+        ::localtime_r(&now, &tm);
+        EXPECT_EQ(tm.tm_isdst > 0 ? 2 : 1, kind);
+        EXPECT_EQ(-tm.tm_gmtoff / 60, info.Bias + (kind == 2 ? info.DaylightBias : info.StandardBias));
+    }
+}
+
+TEST(Clock, GetLocalTimeAgreesWithLocalTimeOfNow) {
+    SystemTime a{}, b{};
+    const int64_t unix = CurrentUnixTime();
+    GetLocalTime(a);
+    LocalTimeOf(unix, b);
+    EXPECT_EQ(b.wYear, a.wYear);
+    EXPECT_EQ(b.wDay, a.wDay);
+    EXPECT_LT(a.wMilliseconds, 1000);
+}

@@ -1,0 +1,164 @@
+// RegistryTest.cpp - the registry file: reading, key rules, atomic locked writes
+#include "platform/Registry.h"
+
+#include "platform/RegistryTestEnv.h"
+#include "platform/SystemError.h"
+#include "support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace platform;
+using testsupport::ReadFile;
+using testsupport::ScratchRegistry;
+using testsupport::WriteFile;
+
+namespace {
+
+const char kSample[] =
+    "REGEDIT4\r\n"
+    "\r\n"
+    "[HKEY_LOCAL_MACHINE\\Software\\Norvane\\Telmora\\QueueServer]\r\n"
+    "\"PickupDir\"=\"C:\\\\Queue \\\"A\\\"\"\r\n"
+    "\"Interval\"=dword:0000000a\r\n"
+    "\"Broken\"=hex:01,02\r\n"
+    "\r\n"
+    "[HKEY_CLASSES_ROOT\\MIME\\Database\\CodePage\\1252]\r\n"
+    "\"BodyCharset\"=\"iso-8859-1\"\r\n";
+
+std::string Text(const RegistryValue& value) {
+    return value.data.empty() ? "" : std::string(value.data.c_str());
+}
+
+}  // namespace
+
+TEST(Registry, ReadsValuesWithTheirTypesAndKeyRules) {
+    ScratchRegistry reg;
+    ASSERT_TRUE(WriteFile(reg.path(), kSample));
+    struct Case {
+        const char* name;
+        RegistryHive hive;
+        const char* key;
+        const char* value;
+        uint32_t wantResult;
+        uint32_t wantType;
+        std::string wantData;
+    } cases[] = {
+        {"string with escapes", HKEY_LOCAL_MACHINE, "Software\\Norvane\\Telmora\\QueueServer",
+         "PickupDir", 0, kRegSz, std::string("C:\\Queue \"A\"\0", 13)},
+        {"dword", HKEY_LOCAL_MACHINE, "Software\\Norvane\\Telmora\\QueueServer", "Interval", 0,
+         kRegDword, std::string("\x0a\0\0\0", 4)},
+        {"names without case, trailing backslash", HKEY_LOCAL_MACHINE,
+         "SOFTWARE\\norvane\\TELMORA\\queueserver\\", "pickupdir", 0, kRegSz,
+         std::string("C:\\Queue \"A\"\0", 13)},
+        {"other hive", HKEY_CLASSES_ROOT, "MIME\\Database\\CodePage\\1252", "BodyCharset", 0,
+         kRegSz, std::string("iso-8859-1\0", 11)},
+        {"hive is part of the key", HKEY_CLASSES_ROOT, "Software\\Norvane\\Telmora\\QueueServer",
+         "PickupDir", 2, 0, ""},
+        {"unreadable line is no value", HKEY_LOCAL_MACHINE,
+         "Software\\Norvane\\Telmora\\QueueServer", "Broken", 2, 0, ""},
+        {"missing value", HKEY_LOCAL_MACHINE, "Software\\Norvane\\Telmora\\QueueServer", "Nope", 2,
+         0, ""},
+        {"missing key", HKEY_LOCAL_MACHINE, "Software\\Nobody", "PickupDir", 2, 0, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        RegistryValue value;
+        EXPECT_EQ(c.wantResult, QueryRegistryValue(c.hive, c.key, c.value, value, true));
+        if (c.wantResult != 0) continue;
+        EXPECT_EQ(c.wantType, value.type);
+        EXPECT_EQ(c.wantData, value.data);
+    }
+}
+
+TEST(Registry, AKeyExistsThroughItsSectionOrOneBelowIt) {
+    ScratchRegistry reg;
+    ASSERT_TRUE(WriteFile(reg.path(), kSample));
+    EXPECT_EQ(0u, ProbeRegistryKey(HKEY_LOCAL_MACHINE, "Software\\Norvane", true));
+    EXPECT_EQ(0u, ProbeRegistryKey(HKEY_LOCAL_MACHINE, "software\\norvane\\telmora\\", true));
+    EXPECT_EQ(2u, ProbeRegistryKey(HKEY_LOCAL_MACHINE, "Software\\Norv", true));  // no prefix match
+    EXPECT_EQ(2u, ProbeRegistryKey(HKEY_CLASSES_ROOT, "Software\\Norvane", true));
+}
+
+TEST(Registry, MissingFileIsAnEmptyRegistryAndFailedWritesLeaveNoFile) {
+    ScratchRegistry reg;
+    RegistryValue value;
+    EXPECT_EQ(2u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software", "x", value, true));
+    EXPECT_EQ(2u, ProbeRegistryKey(HKEY_LOCAL_MACHINE, "Software", true));
+    EXPECT_EQ(2u, SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "x", 1, true));
+    EXPECT_EQ(2u, SetRegistryString(HKEY_LOCAL_MACHINE, "Software\\A", "x", "y", true));
+    EXPECT_FALSE(std::filesystem::exists(reg.path()));
+}
+
+TEST(Registry, CreateAndSetWriteAFileThatReadsBack) {
+    ScratchRegistry reg;
+    const char* key = "Software\\Norvane\\Telmora\\Trace";
+    ASSERT_EQ(0u, CreateRegistryKey(HKEY_LOCAL_MACHINE, key, true));
+    ASSERT_EQ(0u, SetRegistryString(HKEY_LOCAL_MACHINE, key, "QueueServer", "c:\\a \"b\"", true));
+    ASSERT_EQ(0u, SetRegistryDword(HKEY_LOCAL_MACHINE, key, "Level", 0xDEADBEEF, true));
+    ASSERT_EQ(0u, SetRegistryDword(HKEY_LOCAL_MACHINE, key, "level", 7, true));  // same value
+    EXPECT_EQ(
+        "REGEDIT4\n"
+        "\n"
+        "[HKEY_LOCAL_MACHINE\\Software\\Norvane\\Telmora\\Trace]\n"
+        "\"QueueServer\"=\"c:\\\\a \\\"b\\\"\"\n"
+        "\"Level\"=dword:00000007\n",
+        ReadFile(reg.path()));
+    RegistryValue value;
+    ASSERT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, key, "QueueServer", value, true));
+    EXPECT_EQ("c:\\a \"b\"", Text(value));
+}
+
+TEST(Registry, RewriteKeepsUnreadableLinesAndLineEnds) {
+    ScratchRegistry reg;
+    ASSERT_TRUE(WriteFile(reg.path(), kSample));
+    ASSERT_EQ(0u, SetRegistryDword(HKEY_CLASSES_ROOT, "MIME\\Database\\CodePage\\1252", "Family",
+                                   1252, true));
+    const std::string text = ReadFile(reg.path());
+    EXPECT_NE(std::string::npos, text.find("\"Broken\"=hex:01,02\r\n"));
+    EXPECT_NE(std::string::npos, text.find("\"Family\"=dword:000004e4\r\n"));
+    EXPECT_NE(std::string::npos, text.find("\"PickupDir\"=\"C:\\\\Queue \\\"A\\\"\"\r\n"));
+}
+
+TEST(Registry, UnparsableFileIsReadAsEmptyAndNeverRewritten) {
+    ScratchRegistry reg;
+    const std::string garbage = "[HKEY_LOCAL_MACHINE\\Software]\n\"a\"=\"b\"\n";  // no header line
+    ASSERT_TRUE(WriteFile(reg.path(), garbage));
+    RegistryValue value;
+    EXPECT_EQ(2u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software", "a", value, true));
+    EXPECT_EQ(kErrorBadDatabase, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\B", true));
+    EXPECT_EQ(garbage, ReadFile(reg.path()));
+}
+
+TEST(Registry, RefusesTextsThatCannotStayOnOneLine) {
+    ScratchRegistry reg;
+    ASSERT_EQ(0u, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\A", true));
+    EXPECT_EQ(87u, SetRegistryString(HKEY_LOCAL_MACHINE, "Software\\A", "x", "one\ntwo", true));
+    EXPECT_EQ(87u, SetRegistryString(HKEY_LOCAL_MACHINE, "Software\\A", "x\r", "y", true));
+    EXPECT_EQ(87u, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\]", true));
+}
+
+TEST(Registry, ConcurrentWritersLoseNoUpdate) {
+    ScratchRegistry reg;
+    ASSERT_EQ(0u, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\A", true));
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t)
+        writers.emplace_back([t] {
+            for (int i = 0; i < 25; ++i)
+                SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A",
+                                 "v" + std::to_string(t) + "_" + std::to_string(i),
+                                 static_cast<uint32_t>(i), true);
+        });
+    for (std::thread& w : writers) w.join();
+    for (int t = 0; t < 4; ++t)
+        for (int i = 0; i < 25; ++i) {
+            RegistryValue value;
+            const std::string name = "v" + std::to_string(t) + "_" + std::to_string(i);
+            ASSERT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", name, value, true))
+                << name;
+        }
+}
