@@ -1,0 +1,376 @@
+// SecurityContextTest.cpp - the token-stepped TLS client against an in-memory server
+#include "platform/SecurityContext.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/SecurityTestPeer.h"
+#include "support/TestPaths.h"
+
+namespace {
+
+using namespace platform;
+using testsupport::CertificateSpec;
+using testsupport::MakeCertificate;
+using testsupport::ServerSpec;
+using testsupport::TestCertificate;
+using testsupport::TlsServerSession;
+
+// Sets TELMORAQ_CERT_STORE for one test and restores "unset" after it.
+struct StoreFolder {
+    explicit StoreFolder(const char* path) {
+        if (path != nullptr) setenv("TELMORAQ_CERT_STORE", path, 1);
+        else unsetenv("TELMORAQ_CERT_STORE");
+    }
+    ~StoreFolder() { unsetenv("TELMORAQ_CERT_STORE"); }
+};
+
+struct StepResult {
+    SECURITY_STATUS status;
+    std::string output;
+    uint32_t extra;  // unconsumed trailing bytes of the input
+};
+
+class Client {
+public:
+    Client() {
+        SCHANNEL_CRED settings{SCHANNEL_CRED_VERSION, 0, nullptr, 0,
+                               SCH_CRED_MANUAL_CRED_VALIDATION | SCH_CRED_NO_DEFAULT_CREDS};
+        EXPECT_EQ(AcquireCredentialsHandle(SECPKG_CRED_OUTBOUND, &settings, &cred), SEC_E_OK);
+    }
+    ~Client() {
+        if (SecIsValidHandle(context)) DeleteSecurityContext(&context);
+        if (SecIsValidHandle(cred)) FreeCredentialsHandle(&cred);
+    }
+
+    StepResult Step(const std::string& input) {
+        std::string copy = input;
+        SecBuffer in[2] = {{static_cast<uint32_t>(copy.size()), SECBUFFER_TOKEN, copy.data()},
+                           {0, SECBUFFER_EMPTY, nullptr}};
+        SecBufferDesc inDesc{SECBUFFER_VERSION, 2, in};
+        SecBuffer out{0, SECBUFFER_TOKEN, nullptr};
+        SecBufferDesc outDesc{SECBUFFER_VERSION, 1, &out};
+        uint32_t attributes = 0;
+        const bool first = !SecIsValidHandle(context);
+        StepResult r;
+        r.status = InitializeSecurityContext(&cred, first ? nullptr : &context, first ? "localhost" : nullptr,
+                                             0xC11C, SECURITY_NATIVE_DREP, first ? nullptr : &inDesc,
+                                             &context, &outDesc, &attributes);
+        r.output.assign(static_cast<const char*>(out.pvBuffer), out.cbBuffer);
+        FreeContextBuffer(out.pvBuffer);
+        r.extra = in[1].BufferType == SECBUFFER_EXTRA ? in[1].cbBuffer : 0;
+        return r;
+    }
+
+    // Decrypts the first record of `bytes`: status, plaintext, extra count.
+    StepResult Decrypt(const std::string& bytes) {
+        std::string copy = bytes;
+        SecBuffer buffers[4] = {{static_cast<uint32_t>(copy.size()), SECBUFFER_DATA, copy.data()},
+                                {0, SECBUFFER_EMPTY, nullptr}, {0, SECBUFFER_EMPTY, nullptr},
+                                {0, SECBUFFER_EMPTY, nullptr}};
+        SecBufferDesc desc{SECBUFFER_VERSION, 4, buffers};
+        StepResult r{DecryptMessage(&context, &desc, 0, nullptr), "junk", 0};
+        r.output.clear();
+        for (const SecBuffer& b : buffers) {
+            if (b.BufferType == SECBUFFER_DATA) r.output.assign(static_cast<const char*>(b.pvBuffer), b.cbBuffer);
+            if (b.BufferType == SECBUFFER_EXTRA) r.extra = b.cbBuffer;
+        }
+        return r;
+    }
+
+    CredHandle cred = kNoSecHandle;
+    CtxtHandle context = kNoSecHandle;
+};
+
+// Runs the handshake to its end and returns the client's final step.
+StepResult Handshake(Client& client, TlsServerSession& server) {
+    StepResult r = client.Step("");
+    for (int round = 0; round < 10 && r.status == SEC_I_CONTINUE_NEEDED; ++round) {
+        server.Feed(r.output);
+        r = client.Step(server.TakeOutput());
+    }
+    if (!r.output.empty()) server.Feed(r.output);
+    return r;
+}
+
+struct VersionCase {
+    const char* name;
+    int maxVersion;
+};
+const VersionCase kVersions[] = {{"TLS 1.2", TLS1_2_VERSION}, {"TLS 1.3", 0}};
+
+TEST(SecurityHandshake, ConsumesOnlyWholeRecords) {
+    for (const VersionCase& v : kVersions) {
+        SCOPED_TRACE(v.name);
+        ServerSpec spec;
+        spec.maxVersion = v.maxVersion;
+        TlsServerSession server(spec);
+        Client client;
+        StepResult r = client.Step("");
+        ASSERT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
+        ASSERT_FALSE(r.output.empty());
+        server.Feed(r.output);
+        const std::string flight = server.TakeOutput();
+        ASSERT_GT(flight.size(), 10u);
+
+        // Nothing whole: nothing consumed, nothing to send.
+        r = client.Step(flight.substr(0, 3));
+        EXPECT_EQ(r.status, SEC_E_INCOMPLETE_MESSAGE);
+        EXPECT_TRUE(r.output.empty());
+
+        // All but the last byte: the tail of the cut record comes back as extra.
+        r = client.Step(flight.substr(0, flight.size() - 1));
+        EXPECT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
+        ASSERT_GT(r.extra, 0u);
+        const std::string rest = flight.substr(flight.size() - 1 - r.extra);
+        r = client.Step(rest);
+        if (v.maxVersion == TLS1_2_VERSION) {
+            ASSERT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
+            server.Feed(r.output);
+            r = client.Step(server.TakeOutput());
+        }
+        EXPECT_EQ(r.status, SEC_E_OK);
+        EXPECT_EQ(r.extra, 0u);
+        server.Feed(r.output);
+        EXPECT_TRUE(server.done());
+        EXPECT_FALSE(server.failed());
+    }
+}
+
+TEST(SecurityHandshake, BytesBehindTheLastFlightComeBackAsExtra) {
+    ServerSpec spec;
+    spec.maxVersion = TLS1_2_VERSION;  // the server's flight is the last one only here
+    TlsServerSession server(spec);
+    Client client;
+    StepResult r = client.Step("");
+    server.Feed(r.output);
+    r = client.Step(server.TakeOutput());
+    ASSERT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
+    ASSERT_TRUE(server.Feed(r.output));
+    const std::string last = server.TakeOutput();
+    const std::string greeting = server.Seal({"220 ready\r\n"});
+    r = client.Step(last + greeting);
+    ASSERT_EQ(r.status, SEC_E_OK);
+    ASSERT_EQ(r.extra, greeting.size());
+    const StepResult d = client.Decrypt(greeting);
+    EXPECT_EQ(d.status, SEC_E_OK);
+    EXPECT_EQ(d.output, "220 ready\r\n");
+}
+
+TEST(SecurityHandshake, GarbageFromTheServerFailsTheStep) {
+    Client client;
+    client.Step("");
+    const std::string garbage = std::string("\x16\x03\x03\x00\x04", 5) + "junk";
+    const StepResult r = client.Step(garbage);
+    EXPECT_LT(r.status, 0);
+    EXPECT_NE(r.status, SEC_E_INCOMPLETE_MESSAGE);
+}
+
+TEST(SecurityRecords, DecryptsOneRecordAndHandsBackTheRest) {
+    for (const VersionCase& v : kVersions) {
+        SCOPED_TRACE(v.name);
+        ServerSpec spec;
+        spec.maxVersion = v.maxVersion;
+        spec.tickets = 0;
+        TlsServerSession server(spec);
+        Client client;
+        ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
+
+        const std::string first = server.Seal({"250-one\r\n"});
+        const std::string second = server.Seal({"250 two\r\n"});
+        StepResult d = client.Decrypt(first.substr(0, first.size() - 1));
+        EXPECT_EQ(d.status, SEC_E_INCOMPLETE_MESSAGE);
+        d = client.Decrypt(first + second);
+        EXPECT_EQ(d.status, SEC_E_OK);
+        EXPECT_EQ(d.output, "250-one\r\n");
+        EXPECT_EQ(d.extra, second.size());
+        d = client.Decrypt(second);
+        EXPECT_EQ(d.output, "250 two\r\n");
+        EXPECT_EQ(d.extra, 0u);
+
+        std::string tampered = server.Seal({"250 three\r\n"});
+        tampered[tampered.size() - 2] ^= 0x55;
+        EXPECT_EQ(client.Decrypt(tampered).status, SEC_E_DECRYPT_FAILURE);
+    }
+}
+
+TEST(SecurityRecords, CloseNotifyAndTicketsDeliverNothing) {
+    ServerSpec spec;  // TLS 1.3 with the library's session tickets
+    TlsServerSession server(spec);
+    Client client;
+    ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
+    const std::string tickets = server.TakeOutput();
+    ASSERT_FALSE(tickets.empty());
+    std::string rest = tickets;
+    StepResult d;
+    do {  // one ticket per record
+        d = client.Decrypt(rest);
+        EXPECT_EQ(d.status, SEC_E_OK);
+        EXPECT_EQ(d.output, "");
+        rest = rest.substr(rest.size() - d.extra);
+    } while (d.extra > 0);
+
+    d = client.Decrypt(server.SealCloseNotify());
+    EXPECT_EQ(d.status, SEC_I_CONTEXT_EXPIRED);
+}
+
+TEST(SecurityRecords, EncryptLaysOutOneRecordInPlace) {
+    ServerSpec spec;
+    spec.tickets = 0;
+    TlsServerSession server(spec);
+    Client client;
+    ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
+    SecPkgContext_StreamSizes sizes{};
+    ASSERT_EQ(QueryContextAttributes(&client.context, SECPKG_ATTR_STREAM_SIZES, &sizes), SEC_E_OK);
+    EXPECT_EQ(sizes.cbMaximumMessage, 16384u);
+
+    const uint32_t chunk = sizes.cbMaximumMessage - sizes.cbHeader - sizes.cbTrailer;
+    const std::string text(chunk, 'x');
+    std::vector<char> send(sizes.cbMaximumMessage);
+    std::copy(text.begin(), text.end(), send.begin() + sizes.cbHeader);
+    SecBuffer buffers[4] = {{sizes.cbHeader, SECBUFFER_STREAM_HEADER, send.data()},
+                            {chunk, SECBUFFER_DATA, send.data() + sizes.cbHeader},
+                            {sizes.cbTrailer, SECBUFFER_STREAM_TRAILER, send.data() + sizes.cbHeader + chunk},
+                            {0, SECBUFFER_EMPTY, nullptr}};
+    SecBufferDesc desc{SECBUFFER_VERSION, 4, buffers};
+    ASSERT_EQ(EncryptMessage(&client.context, 0, &desc, 0), SEC_E_OK);
+    EXPECT_LE(buffers[2].cbBuffer, sizes.cbTrailer);
+    server.Feed(std::string(send.data(), buffers[0].cbBuffer + buffers[1].cbBuffer + buffers[2].cbBuffer));
+    EXPECT_EQ(server.Receive(), text);
+    EXPECT_EQ(server.recordsReceived(), 1);
+
+    SecPkgContext_ConnectionInfo info{};
+    ASSERT_EQ(QueryContextAttributes(&client.context, SECPKG_ATTR_CONNECTION_INFO, &info), SEC_E_OK);
+    EXPECT_EQ(info.dwProtocol, static_cast<uint32_t>(TLS1_3_VERSION));
+    EXPECT_GT(info.dwCipherStrength, 0u);
+}
+
+// --- client certificates and the store --------------------------------------
+
+TEST(SecurityStore, FindsChainsByIssuerAndUsage) {
+    testsupport::TempDir dir;
+    const TestCertificate ca = MakeCertificate({"Test CA", -1, 30, nullptr, nullptr, true});
+    const TestCertificate otherCa = MakeCertificate({"Other CA", -1, 30, nullptr, nullptr, true});
+    const TestCertificate a = MakeCertificate({"a-client", -1, 30, &ca, "clientAuth"});
+    const TestCertificate b = MakeCertificate({"b-server-only", -1, 30, &ca, "serverAuth"});
+    const TestCertificate c = MakeCertificate({"c-other", -1, 30, &otherCa, nullptr});
+    const TestCertificate d = MakeCertificate({"d-split-key", -1, 30, &ca, nullptr});
+    testsupport::WriteFile(dir.file("a.pem"), a.keyPem + a.certPem);
+    testsupport::WriteFile(dir.file("b.pem"), b.certPem + b.keyPem);
+    testsupport::WriteFile(dir.file("c.pem"), c.certPem + c.keyPem);
+    testsupport::WriteFile(dir.file("d.pem"), d.certPem);
+    testsupport::WriteFile(dir.file("d.key"), d.keyPem);
+    testsupport::WriteFile(dir.file("e.pem"), a.certPem + c.keyPem);  // key of another pair
+    testsupport::WriteFile(dir.file("f.pem"), "not a certificate");
+    StoreFolder folder(dir.path().c_str());
+
+    CertStore* store = CertOpenSystemStore("MY");
+    ASSERT_NE(store, nullptr);
+    X509* caCert = testsupport::CertFromPem(ca.certPem);
+    unsigned char* der = nullptr;
+    const int length = i2d_X509_NAME(X509_get_subject_name(caCert), &der);
+    const CertNameBlob issuer{static_cast<uint32_t>(length), der};
+
+    struct Case {
+        const char* name;
+        uint32_t issuers;
+        std::vector<std::string> want;
+    } cases[] = {
+        {"issued by the CA, for clients", 1, {"a-client", "d-split-key"}},
+        {"no issuer list: any client certificate", 0, {"a-client", "c-other", "d-split-key"}},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
+        CERT_CHAIN_FIND_BY_ISSUER_PARA para{sizeof(para), kClientAuthUsage, 0, 0, k.issuers, &issuer,
+                                            nullptr, nullptr};
+        std::vector<std::string> found;
+        for (const CertChainContext* chain = nullptr;
+             (chain = CertFindChainInStore(store, X509_ASN_ENCODING, 0, CERT_CHAIN_FIND_BY_ISSUER, &para,
+                                           chain)) != nullptr;) {
+            SCHANNEL_CRED settings{SCHANNEL_CRED_VERSION, 1, &chain->firstCertificate, 0, 0x18};
+            CredHandle cred = kNoSecHandle;
+            ASSERT_EQ(AcquireCredentialsHandle(SECPKG_CRED_OUTBOUND, &settings, &cred), SEC_E_OK);
+            FreeCredentialsHandle(&cred);
+            found.push_back(CertGetNameString(chain->firstCertificate));
+        }
+        EXPECT_EQ(found, k.want);
+    }
+    OPENSSL_free(der);
+    X509_free(caCert);
+    CertCloseStore(store);
+}
+
+TEST(SecurityStore, UnsetIsEmptyAndMissingFolderFails) {
+    {
+        StoreFolder unset(nullptr);
+        CertStore* store = CertOpenSystemStore("MY");
+        ASSERT_NE(store, nullptr);
+        CERT_CHAIN_FIND_BY_ISSUER_PARA para{sizeof(para), kClientAuthUsage, 0, 0, 0, nullptr, nullptr, nullptr};
+        EXPECT_EQ(CertFindChainInStore(store, 1, 0, CERT_CHAIN_FIND_BY_ISSUER, &para, nullptr), nullptr);
+        CertCloseStore(store);
+    }
+    StoreFolder missing("/nonexistent/telmoraq-store");
+    EXPECT_EQ(CertOpenSystemStore("MY"), nullptr);
+}
+
+TEST(SecurityClientCertificate, OfferedOnlyAfterTheServerAsks) {
+    const TestCertificate ca = MakeCertificate({"Client CA", -1, 30, nullptr, nullptr, true});
+    const TestCertificate mine = MakeCertificate({"our-client", -1, 30, &ca, "clientAuth"});
+    struct Case {
+        const char* name;
+        bool supply;
+        std::string wantName;
+    } cases[] = {{"certificate supplied", true, "our-client"}, {"none supplied", false, ""}};
+    for (const Case& k : cases) {
+        for (const VersionCase& v : kVersions) {
+            SCOPED_TRACE(std::string(k.name) + ", " + v.name);
+            ServerSpec spec;
+            spec.maxVersion = v.maxVersion;
+            spec.requestClientCertificate = true;
+            spec.clientCas = {ca};
+            TlsServerSession server(spec);
+            Client client;
+            StepResult r = client.Step("");
+            server.Feed(r.output);
+            const std::string flight = server.TakeOutput();
+            r = client.Step(flight);
+            ASSERT_EQ(r.status, SEC_I_INCOMPLETE_CREDENTIALS);
+
+            SecPkgContext_IssuerListInfoEx issuers{};
+            ASSERT_EQ(QueryContextAttributes(&client.context, SECPKG_ATTR_ISSUER_LIST_EX, &issuers), SEC_E_OK);
+            ASSERT_EQ(issuers.cIssuers, 1u);
+            if (k.supply) {
+                testsupport::TempDir dir;
+                testsupport::WriteFile(dir.file("mine.pem"), mine.certPem + mine.keyPem);
+                StoreFolder folder(dir.path().c_str());
+                CertStore* store = CertOpenSystemStore("MY");
+                CERT_CHAIN_FIND_BY_ISSUER_PARA para{sizeof(para), kClientAuthUsage, 0, 0, issuers.cIssuers,
+                                                    issuers.aIssuers, nullptr, nullptr};
+                const CertChainContext* chain =
+                    CertFindChainInStore(store, 1, 0, CERT_CHAIN_FIND_BY_ISSUER, &para, nullptr);
+                ASSERT_NE(chain, nullptr);
+                SCHANNEL_CRED settings{SCHANNEL_CRED_VERSION, 1, &chain->firstCertificate, 0, 0x18};
+                CredHandle fresh = kNoSecHandle;
+                ASSERT_EQ(AcquireCredentialsHandle(SECPKG_CRED_OUTBOUND, &settings, &fresh), SEC_E_OK);
+                CertCloseStore(store);  // the credentials keep their own reference
+                FreeCredentialsHandle(&client.cred);
+                client.cred = fresh;
+            }
+            r = client.Step(flight);  // the same input again
+            if (v.maxVersion == TLS1_2_VERSION) {
+                ASSERT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
+                server.Feed(r.output);
+                r = client.Step(server.TakeOutput());
+            }
+            EXPECT_EQ(r.status, SEC_E_OK);
+            server.Feed(r.output);
+            EXPECT_TRUE(server.done());
+            EXPECT_EQ(server.ClientCommonName(), k.wantName);
+        }
+    }
+}
+
+}  // namespace
