@@ -1,0 +1,116 @@
+// FilesTest.cpp - directory search, durable copy, delete, path kinds
+#include "platform/Files.h"
+
+#include "platform/SystemError.h"
+#include "support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+using namespace platform;
+using testsupport::ReadFile;
+using testsupport::TempDir;
+using testsupport::WriteFile;
+
+namespace {
+
+std::vector<std::string> Search(const std::string& pattern, uint32_t& error) {
+    DirectorySearch search(pattern);
+    std::vector<std::string> names;
+    DirectoryEntry entry;
+    while (search.Next(entry)) names.push_back(entry.name + (entry.isDirectory ? "/" : ""));
+    error = search.error();
+    return names;
+}
+
+}  // namespace
+
+TEST(FilePattern, MatchesLikeAWindowsSearch) {
+    struct Case {
+        const char* pattern;
+        const char* name;
+        bool want;
+    } cases[] = {
+        {"*.nvq", "a.nvq", true},       {"*.nvq", "A.NVQ", true},     {"*.nvq", ".nvq", true},
+        {"*.nvq", "a.nvq.tmp", false},  {"*.nvq", "anvq", false},     {"*.*", "noext", true},
+        {"?.txt", "a.txt", true},       {"?.txt", "ab.txt", false},   {"a*b*c", "aXbYbZc", true},
+        {"a*b*c", "aXbYc_", false},     {"*", "", true},              {"x", "X", true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.pattern) + " vs " + c.name);
+        EXPECT_EQ(c.want, MatchesPattern(c.pattern, c.name));
+    }
+}
+
+TEST(DirectorySearch, YieldsMatchesDotsFirstAndTellsWhyItEnded) {
+    TempDir dir;
+    ASSERT_TRUE(WriteFile(dir.file("one.nvq"), "1"));
+    ASSERT_TRUE(WriteFile(dir.file("two.NVQ"), "2"));
+    ASSERT_TRUE(WriteFile(dir.file("three.txt"), "3"));
+    std::filesystem::create_directory(dir.file("sub.nvq"));
+
+    uint32_t error = 0;
+    std::vector<std::string> all = Search(dir.path() + "/*.*", error);
+    ASSERT_GE(all.size(), 2u);
+    EXPECT_EQ("./", all[0]);
+    EXPECT_EQ("../", all[1]);
+    EXPECT_EQ(6u, all.size());
+    EXPECT_EQ(kErrorNoMoreFiles, error);
+
+    std::vector<std::string> queue = Search(dir.path() + "/*.nvq", error);
+    std::sort(queue.begin(), queue.end());
+    EXPECT_EQ((std::vector<std::string>{"one.nvq", "sub.nvq/", "two.NVQ"}), queue);
+
+    EXPECT_TRUE(Search(dir.path() + "/*.eml", error).empty());
+    EXPECT_EQ(kErrorFileNotFound, error);
+    EXPECT_TRUE(Search(dir.path() + "/gone/*.nvq", error).empty());
+    EXPECT_EQ(kErrorPathNotFound, error);
+    EXPECT_EQ((std::vector<std::string>{"three.txt"}), Search(dir.path() + "/three.txt", error));
+}
+
+TEST(CopyFileDurably, CopiesCompletelyAndNeverOverwritesWhenAsked) {
+    TempDir dir;
+    const std::string data(200000, 'x');
+    ASSERT_TRUE(WriteFile(dir.file("src"), data));
+    ASSERT_TRUE(WriteFile(dir.file("kept"), "old"));
+
+    EXPECT_EQ(0u, CopyFileDurably(dir.file("src"), dir.file("copy"), true));
+    EXPECT_EQ(data, ReadFile(dir.file("copy")));
+
+    EXPECT_EQ(kErrorFileExists, CopyFileDurably(dir.file("src"), dir.file("kept"), true));
+    EXPECT_EQ(kErrorFileExists, GetLastError());
+    EXPECT_EQ("old", ReadFile(dir.file("kept")));
+    EXPECT_EQ(0u, CopyFileDurably(dir.file("src"), dir.file("kept"), false));
+    EXPECT_EQ(data, ReadFile(dir.file("kept")));
+
+    EXPECT_EQ(kErrorFileNotFound, CopyFileDurably(dir.file("nope"), dir.file("x"), true));
+    EXPECT_EQ(kErrorPathNotFound, CopyFileDurably(dir.file("src"), dir.file("no/x"), true));
+    EXPECT_EQ(kErrorAccessDenied, CopyFileDurably(dir.path(), dir.file("x"), true));
+
+    // No temporary file is left behind by any of these.
+    size_t entries = 0;
+    for (const auto& e : std::filesystem::directory_iterator(dir.path())) {
+        (void)e;
+        ++entries;
+    }
+    EXPECT_EQ(3u, entries);
+}
+
+TEST(Files, DeleteAndPathKinds) {
+    TempDir dir;
+    ASSERT_TRUE(WriteFile(dir.file("f"), "x"));
+    EXPECT_EQ(PathKind::File, GetPathKind(dir.file("f")));
+    EXPECT_EQ(PathKind::Directory, GetPathKind(dir.path()));
+    EXPECT_EQ(PathKind::Missing, GetPathKind(dir.file("nope")));
+    EXPECT_EQ(PathKind::Missing, GetPathKind(""));
+
+    EXPECT_EQ(kErrorAccessDenied, DeleteFile(dir.path()));
+    EXPECT_EQ(0u, DeleteFile(dir.file("f")));
+    EXPECT_EQ(PathKind::Missing, GetPathKind(dir.file("f")));
+    EXPECT_EQ(kErrorFileNotFound, DeleteFile(dir.file("f")));
+    EXPECT_EQ(kErrorPathNotFound, DeleteFile(dir.file("no/f")));
+}
