@@ -47,22 +47,38 @@ struct HexTable {
 };
 const HexTable g_hex;
 
-// Bytes that quoted-printable writes as they are, wherever they stand.
+// How quoted-printable writes a byte when nothing about its place matters:
+// as it is, as a blank (literal unless it ends a line), or escaped. CR has a
+// kind of its own since CR LF passes as it is. `text` holds the output, padded
+// to four bytes so that it is copied in one move whatever its length.
+enum QpOut : uint8_t { kQpLiteral, kQpOutBlank, kQpEscaped, kQpCr };
+struct QpOutEntry {
+    char text[4];
+    uint8_t length;
+    QpOut kind;
+};
 struct QpLiteralTable {
-    bool literal[256];
+    QpOutEntry entry[256];
     QpLiteralTable() {
-        for (int c = 0; c < 256; ++c) literal[c] = (c >= 33 && c <= 60) || (c >= 62 && c <= 126);
+        for (int c = 0; c < 256; ++c) {
+            QpOutEntry& e = entry[c];
+            e.kind = ((c >= 33 && c <= 60) || (c >= 62 && c <= 126)) ? kQpLiteral
+                   : (c == ' ' || c == '\t') ? kQpOutBlank
+                   : c == '\r' ? kQpCr
+                   : kQpEscaped;
+            bool escaped = e.kind == kQpEscaped || e.kind == kQpCr;
+            e.text[0] = escaped ? '=' : static_cast<char>(c);
+            e.text[1] = escaped ? kHexUpper[c >> 4] : 0;
+            e.text[2] = escaped ? kHexUpper[c & 15] : 0;
+            e.text[3] = 0;
+            e.length = escaped ? 3 : 1;
+        }
     }
 };
 const QpLiteralTable g_qp;
 
 int hexValue(const uint8_t* in, uint32_t at, uint32_t end) {
     return at < end ? g_hex.value[in[at] & 0x7F] : -1;
-}
-
-bool isQpTrailingBlank(uint8_t c) {
-    c &= 0x7F;
-    return c == '\r' || c == '\n' || c == ' ' || c == '\t';
 }
 
 bool isCrlfAt(const uint8_t* in, uint32_t at, uint32_t count) {
@@ -92,6 +108,101 @@ char* writeSoftBreak(char* o) {
     return o + 3;
 }
 
+
+// Quoted-printable input bytes by their low 7 bits: 0xBD is an "=" and 0x8A a
+// line feed as much as 0x3D and 0x0A are.
+enum QpKind : uint8_t { kQpText, kQpBlank, kQpEquals, kQpLineFeed };
+struct QpByteTable {
+    QpKind kind[256];
+    QpByteTable() {
+        for (int c = 0; c < 256; ++c) {
+            int low = c & 0x7F;
+            kind[c] = low == '=' ? kQpEquals
+                    : low == '\n' ? kQpLineFeed
+                    : (low == '\r' || low == ' ' || low == '\t') ? kQpBlank
+                    : kQpText;
+        }
+    }
+};
+const QpByteTable g_qpByte;
+
+// Whether only trailing white space stands between `at` and the line's end.
+bool onlyBlanksToLineEnd(const uint8_t* in, uint32_t at, uint32_t count) {
+    for (; at < count; ++at) {
+        QpKind kind = g_qpByte.kind[in[at]];
+        if (kind == kQpLineFeed) return true;
+        if (kind != kQpBlank) return false;
+    }
+    return true;
+}
+
+// One digit of the sign-extension repair: not a hex digit counts as 0, and
+// the line's end is never consumed.
+uint32_t repairDigit(const uint8_t* in, uint32_t& at, uint32_t count) {
+    if (at >= count || g_qpByte.kind[in[at]] == kQpLineFeed) return 0;
+    int value = g_hex.value[in[at++] & 0x7F];
+    return value < 0 ? 0 : static_cast<uint32_t>(value);
+}
+
+// Decodes the "=" at `at`: an escape, a soft break or the "=" itself. Returns
+// the position after what it consumed; sets `softBreak` for a soft break.
+uint32_t decodeQpEquals(const uint8_t* in, uint32_t at, uint32_t count, uint8_t*& o,
+                        bool& softBreak) {
+    if (onlyBlanksToLineEnd(in, at + 1, count)) {
+        softBreak = true;
+        return at + 1;
+    }
+    int high = hexValue(in, at + 1, count);
+    int low = hexValue(in, at + 2, count);
+    if (high < 0 || low < 0) {
+        *o++ = in[at];  // the "=" as it stood; its would-be digits are read as text
+        return at + 1;
+    }
+    uint32_t value = static_cast<uint32_t>(high * 16 + low);
+    // A byte once written through a signed char: "=FFFFFFE4" is 0xE4.
+    bool signExtended = value == 0xFF && at + 6 < count && (in[at + 3] & 0x7F) == 'F' &&
+                        (in[at + 4] & 0x7F) == 'F' && (in[at + 5] & 0x7F) == 'F' &&
+                        (in[at + 6] & 0x7F) == 'F';
+    if (!signExtended) {
+        *o++ = static_cast<uint8_t>(value);
+        return at + 3;
+    }
+    uint32_t next = at + 7;
+    uint32_t repairedHigh = repairDigit(in, next, count);
+    uint32_t repairedLow = next == at + 8 ? repairDigit(in, next, count) : 0;
+    *o++ = static_cast<uint8_t>(repairedHigh * 16 + repairedLow);
+    return next;
+}
+
+// Decodes one line from `at` up to and including its LF; returns where the
+// next line starts. Trailing white space of the line is written, then taken
+// back: `keep` marks the output behind the last significant byte.
+uint32_t decodeQpLine(const uint8_t* in, uint32_t at, uint32_t count, uint8_t*& o) {
+    uint8_t* keep = o;
+    bool softBreak = false;
+    while (at < count) {
+        uint8_t b = in[at];
+        QpKind kind = g_qpByte.kind[b];
+        if (kind <= kQpBlank) {
+            // One path for text and blanks: blanks only leave `keep` behind.
+            *o++ = b;
+            ++at;
+            keep = kind == kQpText ? o : keep;
+        } else if (kind == kQpEquals) {
+            at = decodeQpEquals(in, at, count, o, softBreak);
+            keep = o;
+        } else {
+            o = keep;
+            if (!softBreak) {
+                *o++ = '\r';
+                *o++ = '\n';
+            }
+            return at + 1;
+        }
+    }
+    o = keep;
+    return count;
+}
 }  // namespace
 
 uint64_t ContentCoding::base64EncodedSize(uint64_t count, int lineLength) {
@@ -101,7 +212,8 @@ uint64_t ContentCoding::base64EncodedSize(uint64_t count, int lineLength) {
 }
 
 // At most three characters a byte, and a soft break at the latest after 25
-// escapes; one in eight bytes covers the breaks.
+// escapes; one in eight bytes covers the breaks, and the tail covers the
+// padding of the encoder's four-byte copies.
 uint64_t ContentCoding::quotedPrintableEncodedSize(uint64_t count) {
     return count * 3 + count / 8 + 16;
 }
@@ -203,13 +315,28 @@ bool ContentCoding::encodeQuotedPrintable(const void* bytes, uint32_t count,
     int col = 0;
     for (uint32_t i = 0; i < count; ++i) {
         uint8_t b = in[i];
+        // Most bytes stand inside a line, far from its limit: no line-start
+        // rule and no soft break. One copy serves text and escapes alike, to
+        // spare the branch that mixed text would mispredict.
+        if (col > 0 && col <= limit - 4) {
+            const QpOutEntry& e = g_qp.entry[b];
+            uint32_t next = i + 1 < count ? i + 1 : i;
+            bool blankAtLineEnd =
+                (e.kind == kQpOutBlank) & ((i + 1 == count) | (in[next] == '\r'));
+            if ((e.kind != kQpCr) & !blankAtLineEnd) {
+                std::memcpy(o, e.text, 4);
+                o += e.length;
+                col += e.length;
+                continue;
+            }
+        }
         bool lineStartEscape =
             col == 0 && (b == '.' ||
                          (b == 'F' && count - i >= 5 && std::memcmp(in + i + 1, "rom ", 4) == 0));
         if (lineStartEscape) {
             o = writeQpEscape(o, b);
             col += 3;
-        } else if (g_qp.literal[b]) {
+        } else if (g_qp.entry[b].kind == kQpLiteral) {
             *o++ = static_cast<char>(b);
             ++col;
         } else if (b == '\r' && isCrlfAt(in, i, count)) {
@@ -247,59 +374,14 @@ bool ContentCoding::decodeQuotedPrintable(const char* text, uint32_t count,
     if (count == 0) return false;
     // A bare LF grows by one byte; nothing else grows.
     uint32_t lineFeeds = 0;
-    for (uint32_t i = 0; i < count; ++i) lineFeeds += (in[i] & 0x7F) == '\n';
+    for (uint32_t i = 0; i < count; ++i) lineFeeds += g_qpByte.kind[in[i]] == kQpLineFeed;
     if (count > UINT32_MAX - lineFeeds) return false;
     uint8_t* start = out.reserveTail(count + lineFeeds);
     if (!start) return false;
     uint8_t* o = start;
-    uint32_t pos = 0;
-    while (pos < count) {
-        uint32_t end = pos;
-        while (end < count && (in[end] & 0x7F) != '\n') ++end;
-        bool hasLf = end < count;
-        uint32_t sig = end;
-        while (sig > pos && isQpTrailingBlank(in[sig - 1])) --sig;
-        bool softBreak = false;
-        uint32_t i = pos;
-        while (i < sig) {
-            uint8_t b = in[i];
-            if ((b & 0x7F) != '=') {
-                *o++ = b;
-                ++i;
-                continue;
-            }
-            if (i + 1 == sig) {
-                softBreak = true;
-                break;
-            }
-            int high = hexValue(in, i + 1, count);
-            int low = hexValue(in, i + 2, count);
-            if (high < 0 || low < 0) {
-                *o++ = b;  // the "=" as it stood; its would-be digits are read as text
-                ++i;
-                continue;
-            }
-            uint32_t value = static_cast<uint32_t>(high * 16 + low);
-            // A byte once written through a signed char: "=FFFFFFE4" is 0xE4.
-            bool signExtended = value == 0xFF && i + 6 < sig && (in[i + 3] & 0x7F) == 'F' &&
-                                (in[i + 4] & 0x7F) == 'F' && (in[i + 5] & 0x7F) == 'F' &&
-                                (in[i + 6] & 0x7F) == 'F';
-            if (!signExtended) {
-                *o++ = static_cast<uint8_t>(value);
-                i += 3;
-                continue;
-            }
-            int repairedHigh = hexValue(in, i + 7, sig);
-            int repairedLow = hexValue(in, i + 8, sig);
-            *o++ = static_cast<uint8_t>((repairedHigh < 0 ? 0 : repairedHigh) * 16 +
-                                        (repairedLow < 0 ? 0 : repairedLow));
-            i += 9;
-        }
-        if (hasLf && !softBreak) {
-            *o++ = '\r';
-            *o++ = '\n';
-        }
-        pos = hasLf ? end + 1 : count;
+    uint32_t i = 0;
+    while (i < count) {
+        i = decodeQpLine(in, i, count, o);
     }
     out.commitTail(static_cast<uint32_t>(o - start));
     return true;
