@@ -34,6 +34,7 @@ TEST(SocketErrors, MapsErrnoToWindowsSocketsNumbers) {
         {0, 0},
         {EWOULDBLOCK, 10035},
         {ENOTSOCK, 10038},
+        {EBADF, 10038},  // the secure channel tells a closed handle by this number
         {ECONNABORTED, 10053},
         {ECONNRESET, 10054},
         {EPIPE, 10054},  // a vanished peer must close the client's socket like a reset

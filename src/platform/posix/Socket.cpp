@@ -27,7 +27,9 @@ struct SocketErrnoRow {
 // The one mapping table of the socket seam: the Windows Sockets number for
 // each errno a socket call can leave.
 constexpr SocketErrnoRow kSocketErrnoRows[] = {
-    {EINTR, 10004},          {EBADF, 10009},          {EACCES, 10013},
+    {EINTR, 10004},
+    {EBADF, kWsaENotSock},  // a closed handle: Windows Sockets says "not a socket"
+    {EACCES, 10013},
     {EPERM, 10013},          {EFAULT, 10014},         {EINVAL, 10022},
     {EMFILE, 10024},         {ENFILE, 10024},         {EWOULDBLOCK, kWsaEWouldBlock},
     {EINPROGRESS, 10036},    {EALREADY, 10037},       {ENOTSOCK, kWsaENotSock},
