@@ -60,6 +60,11 @@ PathKind GetPathKind(const std::string& path);
 // touched and gives 80. Returns 0 or an error number.
 uint32_t CopyFileDurably(const std::string& from, const std::string& to, bool failIfExists);
 
+// Appends `data` with one write to a regular file, created when missing (its
+// folder is not). Anything else at `path` (a FIFO, a device) fails at once,
+// never blocking. Returns 0 or an error number.
+uint32_t AppendToFile(const std::string& path, const std::string& data);
+
 // Deletes a file (not a folder: 5). Returns 0 or an error number.
 uint32_t DeleteFile(const std::string& path);
 

@@ -114,3 +114,12 @@ TEST(Files, DeleteAndPathKinds) {
     EXPECT_EQ(kErrorFileNotFound, DeleteFile(dir.file("f")));
     EXPECT_EQ(kErrorPathNotFound, DeleteFile(dir.file("no/f")));
 }
+
+TEST(Files, AppendToFileCreatesOnlyFilesAndRefusesOtherKinds) {
+    TempDir dir;
+    EXPECT_EQ(0u, AppendToFile(dir.file("log"), "a\n"));
+    EXPECT_EQ(0u, AppendToFile(dir.file("log"), "b\n"));
+    EXPECT_EQ("a\nb\n", ReadFile(dir.file("log")));
+    EXPECT_EQ(kErrorPathNotFound, AppendToFile(dir.file("no/log"), "x"));
+    EXPECT_EQ(kErrorAccessDenied, AppendToFile(dir.path(), "x"));
+}

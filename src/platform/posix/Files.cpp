@@ -212,6 +212,19 @@ uint32_t CopyFileDurably(const std::string& from, const std::string& to, bool fa
     return 0;
 }
 
+uint32_t AppendToFile(const std::string& path, const std::string& data) {
+    int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0644);
+    if (fd < 0) return Fail(posix::PathError(path, errno));
+    struct stat st {};
+    uint32_t error = 0;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))
+        error = kErrorAccessDenied;
+    else if (!posix::WriteAll(fd, data.data(), data.size()))
+        error = LastErrnoAsError();
+    ::close(fd);
+    return error == 0 ? 0 : Fail(error);
+}
+
 uint32_t DeleteFile(const std::string& path) {
     struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) return Fail(posix::PathError(path, errno));

@@ -1,0 +1,266 @@
+// SystemHelpersTest.cpp - fallbacks of the registry helpers, unique names, date texts, events
+#include "foundation/SystemHelpers.h"
+
+#include "platform/CRand.h"
+#include "platform/Registry.h"
+#include "platform/RegistryTestEnv.h"
+#include "platform/SystemError.h"
+#include "platform/ThreadMessages.h"
+#include "support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+using testsupport::ReadFile;
+using testsupport::ScratchRegistry;
+using testsupport::TempDir;
+using testsupport::WriteFile;
+
+namespace {
+
+const char* kKey = "Software\\Norvane\\Telmora\\QueueServer";
+const char* kJunk = "this junk should be ignored";
+
+// Sets an environment variable for one test and restores it.
+class EnvGuard {
+public:
+    EnvGuard(const char* name, const char* value) : name_(name) {
+        const char* old = std::getenv(name);
+        hadOld_ = old != nullptr;
+        if (hadOld_) old_ = old;
+        ::setenv(name, value, 1);
+        ::tzset();
+    }
+    ~EnvGuard() {
+        if (hadOld_)
+            ::setenv(name_.c_str(), old_.c_str(), 1);
+        else
+            ::unsetenv(name_.c_str());
+        ::tzset();
+    }
+
+private:
+    std::string name_, old_;
+    bool hadOld_ = false;
+};
+
+bool IsHex(const std::string& text) {
+    return !text.empty() && text.find_first_not_of("0123456789ABCDEF") == std::string::npos;
+}
+
+}  // namespace
+
+TEST(SystemHelpersFiles, ExistenceTestsTellFilesFromFolders) {
+    TempDir dir;
+    ASSERT_TRUE(WriteFile(dir.file("f.txt"), "x"));
+    struct Case {
+        std::string path;
+        int file, folder;
+    } cases[] = {
+        {dir.file("f.txt"), 1, 0},
+        {dir.path(), 0, 1},
+        {dir.path() + "/", 0, 1},
+        {dir.file("missing"), 0, 0},
+        {dir.file("missing/deeper"), 0, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path);
+        EXPECT_EQ(c.file, FileExists(c.path.c_str()));
+        EXPECT_EQ(c.folder, DirectoryExists(c.path.c_str()));
+    }
+    EXPECT_EQ(0, FileExists(nullptr));
+}
+
+TEST(SystemHelpersFiles, UniqueNameHasTheFixedShapeAndSkipsTakenNames) {
+    TempDir dir;
+    CNvcString first(kJunk);
+    platform::srand(1);
+    MakeUniqueFileName(dir.path().c_str(), nullptr, ".mim", first);
+    const std::string name = first.GetData();
+    ASSERT_EQ(dir.path() + "/", name.substr(0, dir.path().size() + 1));
+    const std::string stem = name.substr(dir.path().size() + 1);
+    ASSERT_EQ(8u + 8 + 4 + 4, stem.size()) << stem;
+    EXPECT_EQ(".mim", stem.substr(20));
+    EXPECT_TRUE(IsHex(stem.substr(0, 20))) << stem;
+    char thread[16];
+    std::snprintf(thread, sizeof thread, "%08X", platform::GetCurrentThreadId());
+    EXPECT_EQ(thread, stem.substr(0, 8));
+    EXPECT_EQ("0029", stem.substr(16, 4)) << "first rand() after srand(1) is 41";
+
+    ASSERT_TRUE(WriteFile(name, "taken"));
+    CNvcString second(kJunk);
+    platform::srand(1);
+    MakeUniqueFileName((dir.path() + "/").c_str(), "pre", ".hst", second);
+    ASSERT_EQ(dir.path() + "/pre", std::string(second.GetData()).substr(0, dir.path().size() + 4))
+        << "separator doubled";
+    const std::string other = std::string(second.GetData()).substr(dir.path().size() + 1);
+    EXPECT_EQ("pre", other.substr(0, 3));
+    EXPECT_EQ(".hst", other.substr(other.size() - 4));
+    EXPECT_EQ("0029", other.substr(19, 4)) << "a free first candidate is kept";
+
+    CNvcString third(kJunk);
+    platform::srand(1);
+    MakeUniqueFileName(dir.path().c_str(), "", ".mim", third);
+    const std::string skipped = std::string(third.GetData()).substr(dir.path().size() + 1);
+    if (skipped.substr(8, 8) == stem.substr(8, 8)) {  // same second: only the random part moves on
+        EXPECT_EQ("4823", skipped.substr(16, 4)) << "second rand() is 18467";
+    }
+    EXPECT_NE(name, third.GetData());
+}
+
+TEST(SystemHelpersRegistry, ReadsFallBackToTheDefault) {
+    ScratchRegistry reg;
+    CNvcString out(kJunk);
+    EXPECT_STREQ("def", ReadRegistryString(HKEY_LOCAL_MACHINE, kKey, "PickupDir", "def", out, 1).GetData());
+    EXPECT_EQ(42u, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 42, 1));
+    EXPECT_EQ(2u, platform::ProbeRegistryKey(HKEY_LOCAL_MACHINE, kKey, true)) << "a read created the key";
+    EXPECT_FALSE(std::filesystem::exists(reg.path()));
+
+    ASSERT_EQ(1, EnsureRegistryKey(HKEY_LOCAL_MACHINE, kKey, 1));
+    ASSERT_EQ(0u, platform::SetRegistryString(HKEY_LOCAL_MACHINE, kKey, "Text", "25", true));
+    ASSERT_EQ(0u, platform::SetRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Dword", 0x00434241, true));
+    ASSERT_EQ(0u, platform::SetRegistryString(HKEY_LOCAL_MACHINE, kKey, "Long", std::string(511, 'x'), true));
+    ASSERT_EQ(0u, platform::SetRegistryString(HKEY_LOCAL_MACHINE, kKey, "Fits", std::string(510, 'y'), true));
+    struct Case {
+        const char* name;
+        const char* value;
+        std::string wantText;
+        uint32_t wantNumber;
+    } cases[] = {
+        {"string", "Text", "25", 7},
+        {"dword read as text keeps its bytes", "Dword", "ABC", 0x00434241},
+        {"text too long for the buffer", "Long", "def", 7},
+        {"text that just fits", "Fits", std::string(510, 'y'), 7},
+        {"missing value", "Nope", "def", 7},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CNvcString text(kJunk);
+        EXPECT_EQ(c.wantText, ReadRegistryString(HKEY_LOCAL_MACHINE, kKey, c.value, "def", text, 1).GetData());
+        EXPECT_EQ(c.wantNumber, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, c.value, 7, 1));
+    }
+}
+
+TEST(SystemHelpersRegistry, WritesNeedAnExistingKey) {
+    ScratchRegistry reg;
+    EXPECT_EQ(-1, WriteRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 25, 1));
+    EXPECT_EQ(-1, WriteRegistryString(HKEY_LOCAL_MACHINE, kKey, "Host", "mx", 1));
+    EXPECT_EQ(2u, platform::ProbeRegistryKey(HKEY_LOCAL_MACHINE, kKey, true));
+
+    EXPECT_EQ(1, EnsureRegistryKey(HKEY_LOCAL_MACHINE, kKey, 1));
+    EXPECT_EQ(1, EnsureRegistryKey(HKEY_LOCAL_MACHINE, kKey, 1));
+    EXPECT_EQ(0, WriteRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 25, 1));
+    EXPECT_EQ(0, WriteRegistryString(HKEY_LOCAL_MACHINE, kKey, "Host", "mx", 1));
+    CNvcString out(kJunk);
+    EXPECT_STREQ("mx", ReadRegistryString(HKEY_LOCAL_MACHINE, kKey, "host", "", out, 1).GetData());
+    EXPECT_EQ(25u, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, "PORT", 0, 1));
+}
+
+TEST(SystemHelpersTime, DateTextsByFormat) {
+    EnvGuard zone("TZ", "UTC0");
+    const int64_t t = 1230940799;  // 2009-01-02 23:59:59
+    struct Case {
+        const char* format;
+        const char* want;
+    } cases[] = {
+        {"", "01/02/2009"},          {nullptr, "01/02/2009"},     {"yyyy-mm-dd", "2009-01-02"},
+        {"YY.MM.DD", "09.01.02"},    {"d.m.y", "2.1.9"},          {"D/M/YYYY", "2/1/2009"},
+        {"dd-MMM", "02-011"},  // kept: tokens are replaced one after the other, longest first
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.format ? c.format : "(null)");
+        CNvcString out(kJunk);
+        EXPECT_STREQ(c.want, FormatDate(t, out, c.format).GetData());
+    }
+}
+
+TEST(SystemHelpersTime, TimeTextsOnBothClocks) {
+    EnvGuard zone("TZ", "UTC0");
+    struct Case {
+        const char* name;
+        int64_t time;
+        const char* format;
+        const char* want;
+    } cases[] = {
+        {"midnight is 12 AM", 1772841605, "", "12:00:05 AM"},
+        {"noon is 12 PM", 1772884800, "h", "12:00:00 PM"},
+        {"afternoon, 24-hour padded", 1772888709, "HH:mm:ss", "13:05:09"},
+        {"afternoon, 24-hour", 1772888709, "H", "13:05:09"},
+        {"morning, 24-hour unpadded", 1772874309, "H:mm", "9:05:09"},
+        {"morning, 12-hour unpadded", 1772874309, "h:mm tt", "9:05:09 AM"},
+        {"hh picks the padded form, rest unused", 1772874309, "hh' o''clock'", "09:05:09 AM"},
+        {"anything else", 1772888709, "xyz", "01:05:09 PM"},
+        {"null format", 1772888709, nullptr, "01:05:09 PM"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CNvcString out(kJunk);
+        EXPECT_STREQ(c.want, FormatTime(c.time, out, c.format).GetData());
+    }
+    CNvcString out(kJunk);
+    EXPECT_STREQ("03/07/2026 12:00:05 AM", FormatDateTime(1772841605, out, "", "").GetData());
+    EXPECT_STREQ("2026-03-07 13:05:09",
+                 FormatDateTime(1772888709, out, "yyyy-mm-dd", "HH").GetData());
+}
+
+TEST(SystemHelpersTime, TimeZeroOrBelowIsNotAvailable) {
+    for (int64_t t : {int64_t(0), int64_t(-1)}) {
+        SCOPED_TRACE(t);
+        CNvcString out(kJunk);
+        EXPECT_STREQ("n/a", FormatDate(t, out, "yyyy").GetData());
+        EXPECT_STREQ("n/a", FormatTime(t, out, "HH").GetData());
+        EXPECT_STREQ("n/a", FormatDateTime(t, out, "", "").GetData());
+    }
+}
+
+TEST(SystemHelpersEvents, EntriesWithInsertionsAndTypeFromTheId) {
+    TempDir dir;
+    EnvGuard file("TELMORAQ_EVENTLOG", dir.file("events.log").c_str());
+    platform::SetLastError(1234);
+    EXPECT_EQ(0, ReportServiceEvent("TelmoraQ", 0xC0000001, "dXsM", 42, 255, "text", 0x10005));
+    EXPECT_EQ(0, ReportServiceEvent("TelmoraQ", 0x80000002, ""));
+    EXPECT_EQ(0, ReportServiceEvent("TelmoraQ", 0x40000003, "m", 0xFFFF));
+    EXPECT_EQ(87, ReportServiceEvent("TelmoraQ", 4, "dq", 1, 2));
+    EXPECT_EQ(1234u, platform::GetLastError());
+
+    const std::string text = ReadFile(dir.file("events.log"));
+    EXPECT_NE(std::string::npos,
+              text.find(" TelmoraQ error 0xC0000001 42 0xFF text Access is denied.\n"))
+        << text;
+    EXPECT_NE(std::string::npos, text.find(" TelmoraQ warning 0x80000002 \n")) << text;
+    EXPECT_NE(std::string::npos, text.find(" TelmoraQ information 0x40000003 \n")) << text;
+    EXPECT_EQ(std::string::npos, text.find("0x00000004")) << "entry written despite a bad letter";
+}
+
+TEST(SystemHelpersEvents, FailureIsReturnedAndLastErrorKept) {
+    TempDir dir;
+    EnvGuard file("TELMORAQ_EVENTLOG", dir.file("no/such/events.log").c_str());
+    platform::SetLastError(77);
+    EXPECT_EQ(3, ReportServiceEvent("TelmoraQ", 1, ""));
+    EXPECT_EQ(77u, platform::GetLastError());
+}
+
+TEST(SystemHelpersDebugLog, AppendsStampedLinesOnlyWhenTheFolderExists) {
+    TempDir dir;
+    {
+        EnvGuard debug("TELMORAQ_DEBUG_DIR", dir.path().c_str());
+        DebugLogError("NvcThread", 120, "period below 500");
+        DebugLog("Info", "x.cpp", 7, "second");
+    }
+    const std::string text = ReadFile(dir.file("Norvane.log"));
+    const size_t firstEnd = text.find('\n');
+    ASSERT_NE(std::string::npos, firstEnd) << text;
+    const std::string first = text.substr(0, firstEnd);
+    // "mm/dd/yyyy hh:mm:ss AM" is 22 characters.
+    ASSERT_GT(first.size(), 23u);
+    EXPECT_EQ(" (Error); file [NvcThread:120]; period below 500", first.substr(22));
+    EXPECT_EQ(" (Info); file [x.cpp:7]; second\n", text.substr(firstEnd + 1 + 22));
+
+    EnvGuard missing("TELMORAQ_DEBUG_DIR", dir.file("absent").c_str());
+    DebugLogError("a", 1, "lost");
+    EXPECT_FALSE(std::filesystem::exists(dir.file("absent")));
+}
