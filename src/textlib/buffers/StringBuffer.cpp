@@ -4,7 +4,6 @@
 #include "textlib/buffers/StringBuffer.h"
 
 #include <cctype>
-#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdio>
@@ -13,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/EventLog.h"
+#include "platform/SystemError.h"
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/buffers/ExtPtrArray.h"
 
@@ -253,6 +254,21 @@ bool StringBuffer::appendData(const DataBuffer& data) {
     checkMagic();
     if (data.getSize() > INT_MAX) return false;
     return appendN(reinterpret_cast<const char*>(data.getData()), static_cast<int>(data.getSize()));
+}
+
+void StringBuffer::appendLastWindowsError() {
+    appendWindowsError(platform::GetLastError());
+}
+
+// The system's own text, trimmed; nothing when it has none.
+void StringBuffer::appendWindowsError(uint32_t code) {
+    checkMagic();
+    std::string text = platform::SystemMessageText(code);
+    size_t first = 0;
+    size_t last = text.size();
+    while (first < last && std::isspace(static_cast<unsigned char>(text[first]))) ++first;
+    while (last > first && std::isspace(static_cast<unsigned char>(text[last - 1]))) --last;
+    appendN(text.data() + first, static_cast<int>(last - first));
 }
 
 bool StringBuffer::prepend(const char* text) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -335,4 +336,15 @@ TEST(StringBuffer, SecureClearBlanksTheOldText) {
     s.secureClear();
     EXPECT_EQ(s.getSize(), 0);
     EXPECT_EQ(std::string(block + 1, 5), "     ");
+}
+
+TEST(StringBuffer, SystemErrorTextIsTrimmedOrAbsent) {
+    StringBuffer s("[");
+    s.appendWindowsError(5);  // access denied: every system has a text for it
+    EXPECT_GT(s.getSize(), 1);
+    EXPECT_FALSE(std::isspace(static_cast<unsigned char>(s.lastChar())));
+    EXPECT_FALSE(std::isspace(static_cast<unsigned char>(s.getAt(1))));
+    StringBuffer none("[");
+    none.appendWindowsError(0x7FFFFFF0u);
+    EXPECT_EQ(text(none), "[");
 }
