@@ -1,0 +1,161 @@
+// XStringTest.cpp - the three forms of XString and how they are made
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/CodePage.h"
+#include "textlib/buffers/XString.h"
+
+using brelkin::XString;
+
+namespace {
+
+// The tests spell ANSI text in windows-1252, the default system page.
+#define REQUIRE_ANSI_1252()                                                     \
+    do {                                                                        \
+        if (platform::GetACP() != 1252)                                         \
+            GTEST_SKIP() << "system ANSI code page is not 1252";                \
+    } while (0)
+
+std::u16string Units(const char16_t* p) { return p ? std::u16string(p) : u"<null>"; }
+
+}  // namespace
+
+TEST(XString, NewStringIsEmptyInEveryForm) {
+    XString s;
+    EXPECT_STREQ(s.getUtf8(), "");
+    ASSERT_NE(s.getUnicode(), nullptr);
+    EXPECT_EQ(s.getUnicode()[0], 0);
+    EXPECT_EQ(s.getNumChars(), 0);
+    EXPECT_STREQ(s.getAnsi(), "");
+}
+
+TEST(XString, MakesMissingFormsFromWhatIsCurrent) {
+    REQUIRE_ANSI_1252();
+    XString fromUtf8;
+    fromUtf8.setUtf8("caf\xC3\xA9");
+    EXPECT_STREQ(fromUtf8.getAnsi(), "caf\xE9");
+    EXPECT_EQ(Units(fromUtf8.getUnicode()), u"caf\u00e9");
+
+    XString fromAnsi;
+    fromAnsi.setAnsi("caf\xE9");
+    EXPECT_STREQ(fromAnsi.getUtf8(), "caf\xC3\xA9");
+    EXPECT_EQ(fromAnsi.getSizeUtf8(), 5);
+
+    XString fromUnicode;
+    fromUnicode.setUnicode(u"\u20ac1");
+    EXPECT_STREQ(fromUnicode.getUtf8(), "\xE2\x82\xAC" "1");
+    EXPECT_STREQ(fromUnicode.getAnsi(), "\x80" "1");
+    EXPECT_EQ(fromUnicode.getNumChars(), 2);  // ANSI form is current now: bytes
+}
+
+TEST(XString, Utf8MarkIsDropped) {
+    XString s;
+    s.setUtf8("\xEF\xBB\xBF" "abc");
+    EXPECT_EQ(s.getSizeUtf8(), 3);
+    s.setUtf8N("\xEF\xBB\xBF", 3);
+    EXPECT_STREQ(s.getUtf8(), "");
+    s.setUtf8("x");
+    s.appendUtf8("\xEF\xBB\xBF" "y");
+    EXPECT_STREQ(s.getUtf8(), "xy");
+    EXPECT_TRUE(s.beginsWithUtf8("\xEF\xBB\xBF" "x"));
+}
+
+TEST(XString, AppendsKeepTheWholeText) {
+    REQUIRE_ANSI_1252();
+    XString s;
+    s.setUtf8("\xC3\xA9");
+    s.appendAnsi("\xE8");  // builds the ANSI form first, so the UTF-8 text survives
+    EXPECT_STREQ(s.getUtf8(), "\xC3\xA9\xC3\xA8");
+
+    s.appendUnicode(u"\u00ea");
+    EXPECT_STREQ(s.getUtf8(), "\xC3\xA9\xC3\xA8\xC3\xAA");
+    EXPECT_EQ(s.getNumChars(), 3);
+
+    XString t;
+    t.setAnsi("a");
+    t.appendString(s);
+    t.appendString(t);
+    EXPECT_STREQ(t.getUtf8(), "a\xC3\xA9\xC3\xA8\xC3\xAA" "a\xC3\xA9\xC3\xA8\xC3\xAA");
+
+    t.appendUtf8(nullptr);
+    t.appendUtf8N("zz", 0);
+    EXPECT_EQ(t.getNumChars(), 8);
+}
+
+TEST(XString, AnsiStatus) {
+    REQUIRE_ANSI_1252();
+    XString ansi;
+    ansi.setAnsi("\xE9");
+    EXPECT_TRUE(ansi.isAnsiOk());
+
+    XString han;
+    han.setUtf8("a\xE4\xB8\x80");
+    EXPECT_FALSE(han.isAnsiOk());
+    EXPECT_FALSE(han.isAnsiOk());  // answered from the stored verdict
+    EXPECT_STREQ(han.getUtf8(), "a\xE4\xB8\x80");
+
+    XString fits;
+    fits.setUnicode(u"\u00e9t\u00e9");
+    EXPECT_TRUE(fits.isAnsiOk());
+    EXPECT_STREQ(fits.getAnsi(), "\xE9t\xE9");
+
+    fits.appendUtf8("\xE4\xB8\x80");  // new text: the verdict is open again
+    EXPECT_FALSE(fits.isAnsiOk());
+
+    XString cleared;
+    cleared.setAnsi("");
+    cleared.setUtf8("\xE4\xB8\x80");
+    EXPECT_FALSE(cleared.isAnsiOk());
+}
+
+TEST(XString, SearchesCountUtf16Units) {
+    XString s;
+    s.setUtf8("\xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80 end");
+    struct Case {
+        const char* find;
+        int want;
+    // The 4-byte form vanishes on the way to UTF-16, so it counts nothing.
+    } cases[] = {{"\xC3\xA9t", 0}, {"t", 1}, {" ", 3}, {"end", 5}, {"nope", -1}, {nullptr, -1}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.find ? c.find : "null");
+        EXPECT_EQ(s.indexOfUtf8(c.find), c.want);
+    }
+    EXPECT_TRUE(s.containsUtf8("t\xC3\xA9"));
+    EXPECT_FALSE(s.containsUtf8(nullptr));
+    EXPECT_FALSE(s.beginsWithUtf8("t"));
+}
+
+TEST(XString, ReplaceCharWorksOnTheUtf16Form) {
+    REQUIRE_ANSI_1252();
+    XString s;
+    s.setUtf8("a\xC3\xA9" "a\xE4\xB8\x80");
+    s.replaceChar('a', '\xE8');
+    EXPECT_STREQ(s.getUtf8(), "\xC3\xA8\xC3\xA9\xC3\xA8\xE4\xB8\x80");
+}
+
+TEST(XString, AppendEncoded) {
+    REQUIRE_ANSI_1252();
+    struct Case {
+        const char* name;
+        const char* text;
+        const char* charset;
+        const char* want;
+    } cases[] = {
+        {"null charset is utf-8", "\xC3\xA9", nullptr, "\xC3\xA9"},
+        {"blank charset is utf-8", "\xC3\xA9", "   ", "\xC3\xA9"},
+        {"utf-8 in any case", "\xC3\xA9", " UTF-8 ", "\xC3\xA9"},
+        {"ansi", "\xE9", "Ansi", "\xC3\xA9"},
+        {"named charset", "\xE0", "iso-8859-7", "\xCE\xB0"},
+        {"unknown charset appends nothing", "abc", "no-such-charset", ""},
+        {"null text", nullptr, "utf-8", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        XString s;
+        s.setUtf8("<");
+        s.appendEncoded(c.text, c.charset);
+        EXPECT_EQ(std::string(s.getUtf8()), std::string("<") + c.want);
+    }
+}

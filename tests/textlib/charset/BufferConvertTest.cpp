@@ -1,0 +1,99 @@
+// BufferConvertTest.cpp - the conversion operations of DataBuffer and StringBuffer
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/CodePage.h"
+#include "textlib/buffers/DataBuffer.h"
+#include "textlib/buffers/StringBuffer.h"
+
+using brelkin::DataBuffer;
+using brelkin::StringBuffer;
+
+TEST(DataBufferConvert, LooksLikeMislabelledUtf8) {
+    struct Case {
+        const char* name;
+        std::string bytes;
+        int codePage;
+        bool want;
+    } cases[] = {
+        {"plain latin-1 text", "caf\xE9", 1252, false},
+        {"utf-8 in a page that maps every byte", "caf\xC3\xA9", 1252, false},
+        // Only the last stage of the conversion decides, and UTF-16 to UTF-8
+        // of whole units never fails: a pair found still gives false.
+        {"utf-8 in a page with holes", "caf\xC3\xA9 \xC3\x81", 1253, false},
+        {"odd byte count fails the conversion", "\xC3\xA9" "A", 1200, true},
+        {"pair at the very end is not a start", "abc\xC3", 1253, false},
+        {"no pair, unmapped byte", "\xAA", 1253, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DataBuffer b;
+        b.append(c.bytes.data(), static_cast<uint32_t>(c.bytes.size()));
+        EXPECT_EQ(b.looksLikeMislabelledUtf8(c.codePage), c.want);
+    }
+}
+
+TEST(DataBufferConvert, ToUtf8ReplacesTheDestination) {
+    DataBuffer utf16, dest;
+    utf16.append("\xE9\x00" "a\x00", 4);
+    dest.append("junk", 4);
+    EXPECT_TRUE(utf16.toUtf8(dest));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(dest.getData()), dest.getSize()), "\xC3\xA9" "a");
+    DataBuffer empty;
+    EXPECT_TRUE(empty.toUtf8(dest));
+    EXPECT_EQ(dest.getSize(), 0u);
+}
+
+TEST(StringBufferConvert, ConvertEncodingInPlace) {
+    struct Case {
+        const char* name;
+        const char* text;
+        int from, to;
+        std::string want;
+        bool ok;
+    } cases[] = {
+        {"437 ascii stays", "abc", 437, 65001, "abc", true},
+        {"437 to utf-8", "\x82", 437, 65001, "\xC3\xA9", true},
+        {"code page 0 leaves the text", "\xE9", 0, 65001, "\xE9", true},
+        {"empty text", "", 1252, 65001, "", true},
+        {"utf-8 to 1252", "\xC3\xA9\xE4\xB8\x80", 65001, 1252, "\xE9", false},
+        {"to utf-16 keeps inner zeros", "a", 1252, 1200, std::string("a\0", 2), true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        StringBuffer s(c.text);
+        EXPECT_EQ(s.convertEncoding(c.from, c.to), c.ok);
+        EXPECT_EQ(std::string(s.getString(), s.getSize()), c.want);
+    }
+}
+
+TEST(StringBufferConvert, AnsiShortcuts) {
+    if (platform::GetACP() != 1252)
+        GTEST_SKIP() << "system ANSI code page is not 1252";
+    StringBuffer s("caf\xC3\xA9");
+    EXPECT_TRUE(s.utf8ToAnsi());
+    EXPECT_STREQ(s.getString(), "caf\xE9");
+    EXPECT_TRUE(s.ansiToCodePage(65001));
+    EXPECT_STREQ(s.getString(), "caf\xC3\xA9");
+}
+
+TEST(StringBufferConvert, ReplaceCharUtf8KeepsMultiByteCharacters) {
+    struct Case {
+        const char* name;
+        const char* text;
+        char from, to;
+        const char* want;
+    } cases[] = {
+        {"ascii text", "a/b/c", '/', '_', "a_b_c"},
+        {"utf-8 text", "\xC3\xA9/\xE4\xB8\x80/", '/', '_', "\xC3\xA9_\xE4\xB8\x80_"},
+        {"byte absent", "\xC3\xA9", '/', '_', "\xC3\xA9"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        StringBuffer s(c.text);
+        s.replaceCharUtf8(c.from, c.to);
+        EXPECT_STREQ(s.getString(), c.want);
+    }
+}

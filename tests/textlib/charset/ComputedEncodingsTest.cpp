@@ -1,0 +1,244 @@
+// ComputedEncodingsTest.cpp - ISO-2022-JP, ISO-2022-KR, UTF-7 and UTF-32
+
+#include <cstdio>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "textlib/buffers/DataBuffer.h"
+#include "textlib/charset/Japanese.h"
+#include "textlib/charset/Korean.h"
+#include "textlib/charset/Utf32.h"
+#include "textlib/charset/Utf7.h"
+
+using brelkin::DataBuffer;
+
+namespace {
+
+std::string Hex(const std::string& bytes) {
+    std::string out;
+    char buf[5];
+    for (unsigned char c : bytes) {
+        std::snprintf(buf, sizeof buf, "\\x%02x", c);
+        out += (c >= 0x20 && c < 0x7F && c != '\\') ? std::string(1, static_cast<char>(c)) : buf;
+    }
+    return out;
+}
+
+// Runs one codec on `in` into a buffer pre-filled with junk, so that a codec
+// that replaces instead of appending fails; returns what it appended.
+template <typename Codec>
+std::string Apply(Codec codec, const std::string& in, bool* ok = nullptr) {
+    DataBuffer out;
+    out.append("junk", 4);
+    const bool result = codec(reinterpret_cast<const uint8_t*>(in.data()),
+                              static_cast<uint32_t>(in.size()), out);
+    if (ok)
+        *ok = result;
+    std::string all(reinterpret_cast<const char*>(out.getData()), out.getSize());
+    EXPECT_EQ(all.substr(0, 4), "junk");
+    return all.substr(4);
+}
+
+bool ToJis(const uint8_t* in, uint32_t n, DataBuffer& out) {
+    brelkin::Japanese::shiftJisToIso2022(in, n, out);
+    return true;
+}
+bool FromJis(const uint8_t* in, uint32_t n, DataBuffer& out) {
+    brelkin::Japanese::iso2022ToShiftJis(in, n, out);
+    return true;
+}
+bool ToKr(const uint8_t* in, uint32_t n, DataBuffer& out) {
+    brelkin::Korean::kscToIso2022(in, n, out);
+    return true;
+}
+bool FromKr(const uint8_t* in, uint32_t n, DataBuffer& out) {
+    brelkin::Korean::iso2022ToKsc(in, n, out);
+    return true;
+}
+
+std::string Utf16(const std::u16string& text) {
+    std::string out;
+    for (char16_t c : text) {
+        out += static_cast<char>(c & 0xFF);
+        out += static_cast<char>(c >> 8);
+    }
+    return out;
+}
+
+struct Case {
+    const char* name;
+    std::string in;
+    std::string want;
+};
+
+}  // namespace
+
+TEST(Japanese, ShiftJisToIso2022) {
+    const Case cases[] = {
+        {"hiragana a", "\x82\xA0", "\x1b$B\x24\x22\x1b(B"},
+        {"pure ascii has no escape", "plain text", "plain text"},
+        {"voiced ka folds to ga", "\xB6\xDE", "\x1b$B\x25\x2C\x1b(B"},
+        {"u with voiced mark becomes vu", "\xB3\xDE", "\x1b$B\x25\x74\x1b(B"},
+        {"semi-voiced ha becomes pa", "\xCA\xDF", "\x1b$B\x25\x51\x1b(B"},
+        {"mark that does not fit stays its own character", "\xB1\xDE",
+         "\x1b$B\x25\x22\x21\x2B\x1b(B"},
+        {"line feed leaves double-byte state first", "\x82\xA0\n\x82\xA0",
+         "\x1b$B\x24\x22\x1b(B\n\x1b$B\x24\x22\x1b(B"},
+        {"ibm extension into row 0x7C", "\xFA\x40", "\x1b$B\x7C\x71\x1b(B"},
+        {"ibm extension into row 0x79", "\xFA\x5C", "\x1b$B\x79\x21\x1b(B"},
+        {"ibm gap FA80-8F loses the trail byte", "\xFA\x80", "\xFA"},
+        {"lead byte at the end is dropped", "a\x82", "a"},
+        {"trail out of range is copied", "\x82\x20", "\x82\x20"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Hex(Apply(ToJis, c.in)), Hex(c.want));
+    }
+}
+
+TEST(Japanese, Iso2022ToShiftJis) {
+    const Case cases[] = {
+        {"double-byte pair", "\x1b$B\x24\x22\x1b(B", "\x82\xA0"},
+        {"old JIS escape", "\x1b$@\x24\x22", "\x82\xA0"},
+        {"kana state adds 0x80", "\x1b(I\x31", "\xB1"},
+        {"roman escape ends kana", "\x1b(I\x31\x1b(Jx", "\xB1x"},
+        {"unknown escape is swallowed", "a\x1b$Ab\x1b" "Zc", "abc"},
+        {"line feed ends double-byte", "\x1b$B\x24\x22\nA", "\x82\xA0\nA"},
+        {"lone byte of a pair at the end", "\x1b$B\x24\x22\x24", "\x82\xA0"},
+        {"ibm row back to FA", "\x1b$B\x7C\x71", "\xFA\x40"},
+        {"ibm row 0x79 first cell", "\x1b$B\x79\x21", "\xFA\x5C"},
+        {"ibm row 0x79 gap cell", "\x1b$B\x79\x44", "\xFA\x80"},
+        {"ibm row 0x7C after FB", "\x1b$B\x7C\x63", "\xFC\x40"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Hex(Apply(FromJis, c.in)), Hex(c.want));
+    }
+}
+
+TEST(Japanese, IbmExtensionRoundTrips) {
+    // Every pair the encoder folds into rows 0x79-0x7C comes back unchanged,
+    // but for FC 40-4B, which the encoder folds onto FB's cells.
+    for (int lead = 0xFA; lead <= 0xFC; ++lead) {
+        for (int trail = 0x40; trail <= 0xFC; ++trail) {
+            if (lead == 0xFC && trail <= 0x4B)
+                continue;
+            const std::string sjis{static_cast<char>(lead), static_cast<char>(trail)};
+            const std::string jis = Apply(ToJis, sjis);
+            if (jis.size() != 8)
+                continue;
+            SCOPED_TRACE(Hex(sjis));
+            EXPECT_EQ(Hex(Apply(FromJis, jis)), Hex(sjis));
+        }
+    }
+}
+
+TEST(Korean, BothDirections) {
+    const Case encode[] = {
+        {"ascii still gets the header", "abc", "\x1b$)Cabc"},
+        {"shift out and in", "a\xB0\xA1" "b", "\x1b$)Ca\x0e\x30\x21\x0f" "b"},
+        {"shifted state stays open at the end", "\xB0\xA1", "\x1b$)C\x0e\x30\x21"},
+        {"lead byte at the end is dropped", "a\xB0", "\x1b$)Ca"},
+        {"empty stays empty", "", ""},
+    };
+    for (const Case& c : encode) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Hex(Apply(ToKr, c.in)), Hex(c.want));
+    }
+    const Case decode[] = {
+        {"header dropped", "\x1b$)Cabc", "abc"},
+        {"shifted pair", "\x0e\x30\x21\x0f" "b", "\xB0\xA1" "b"},
+        {"header resets shift", "\x0e\x1b$)C" "ab", "ab"},
+        {"stray escape dropped alone", "a\x1bZ", "aZ"},
+        {"lone byte in shifted state", "\x0e\x30", ""},
+    };
+    for (const Case& c : decode) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Hex(Apply(FromKr, c.in)), Hex(c.want));
+    }
+}
+
+TEST(Utf7, Encode) {
+    const Case cases[] = {
+        {"plus alone", Utf16(u"a+b"), "a+-b"},
+        {"optional direct character is shifted", Utf16(u"!"), "+ACE-"},
+        {"run closed before a letter", Utf16(u"\u00e9t\u00e9"), "+AOk-t+AOk-"},
+        {"plus inside a run is encoded", Utf16(u"\u00e9+"), "+AOkAKw-"},
+        {"leading mark dropped", Utf16(u"\ufeffA"), "A"},
+        {"surrogate pair as two units", Utf16(u"\U0001F600"), "+2D3eAA-"},
+        {"odd last byte ignored", Utf16(u"A") + "x", "A"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(Apply(brelkin::utf7Encode, c.in), c.want);
+    }
+}
+
+TEST(Utf7, Decode) {
+    struct DecodeCase {
+        const char* name;
+        std::string in;
+        std::string want;
+        bool ok;
+    } cases[] = {
+        {"plus minus", "a+-b", Utf16(u"a+b"), true},
+        {"run", "+ACE-", Utf16(u"!"), true},
+        {"run closed by a direct character", "+AOk.", Utf16(u"\u00e9."), true},
+        {"run open at the end", "x+AOk", Utf16(u"x\u00e9"), true},
+        {"run without a character", "+A-x", Utf16(u"x"), false},
+        {"bits left over", "+AOl-", Utf16(u"\u00e9"), false},
+        {"eight-bit byte outside a run", "a\xE9", Utf16(u"a\u00e9"), false},
+        {"plus at the very end", "a+", Utf16(u"a"), false},
+    };
+    for (const DecodeCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        bool ok = !c.ok;
+        EXPECT_EQ(Hex(Apply(brelkin::utf7Decode, c.in, &ok)), Hex(c.want));
+        EXPECT_EQ(ok, c.ok);
+    }
+}
+
+TEST(Utf32, FromUtf8) {
+    struct Utf32Case {
+        const char* name;
+        std::string in;
+        std::string wantLe;
+        bool ok;
+    } cases[] = {
+        {"ascii", "A", std::string("A\0\0\0", 4), true},
+        {"four-byte form", "\xF0\x9F\x98\x80", std::string("\x00\xF6\x01\x00", 4), true},
+        {"lone C0", "\xC0", "", false},
+        {"overlong E0", "\xE0\x80\x80", "", false},
+        {"beyond U+10FFFF", "\xF4\x90\x80\x80", "", false},
+        {"cut off keeps what came before", std::string("A\xE2\x82", 3), std::string("A\0\0\0", 4), false},
+    };
+    for (const Utf32Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        bool ok = !c.ok;
+        EXPECT_EQ(Hex(Apply(brelkin::utf8ToUtf32Le, c.in, &ok)), Hex(c.wantLe));
+        EXPECT_EQ(ok, c.ok);
+    }
+    EXPECT_EQ(Hex(Apply(brelkin::utf8ToUtf32Be, "\xC3\xA9")), Hex(std::string("\0\0\0\xE9", 4)));
+}
+
+TEST(Utf32, ToUtf8) {
+    struct Utf32Case {
+        const char* name;
+        std::string in;
+        std::string want;
+        bool ok;
+    } cases[] = {
+        {"emoji", std::string("\x00\xF6\x01\x00", 4), "\xF0\x9F\x98\x80", true},
+        {"empty", "", "", true},
+        {"three bytes", "abc", "", false},
+        {"above 0x1FFFFF", std::string("\x00\x00\x20\x00", 4), "\xEF\xBF\xBD", true},
+        {"surrogate value in three bytes", std::string("\x00\xD8\x00\x00", 4), "\xED\xA0\x80", true},
+    };
+    for (const Utf32Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        bool ok = !c.ok;
+        EXPECT_EQ(Hex(Apply(brelkin::utf32ToUtf8, c.in, &ok)), Hex(c.want));
+        EXPECT_EQ(ok, c.ok);
+    }
+}
