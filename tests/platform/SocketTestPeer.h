@@ -75,6 +75,15 @@ public:
         return got;
     }
 
+    // What one receive brings: "" when the time ran out or the peer closed.
+    std::string ReceiveSome(int timeoutMs = 5000) {
+        pollfd entry{fd_, POLLIN, 0};
+        if (poll(&entry, 1, timeoutMs) != 1) return "";
+        char buffer[65536];
+        const ssize_t n = recv(fd_, buffer, sizeof(buffer), 0);
+        return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
+    }
+
     // Closes the connection; with `reset` the peer sees a reset instead of a close.
     void Close(bool reset = false) {
         if (fd_ < 0) return;

@@ -1,0 +1,293 @@
+// NvSecureProtocolTest.cpp - the TLS channel against a real TLS server on loopback
+#include "smtp/NvSecureProtocol.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "smtp/TlsTestServer.h"
+#include "support/TestPaths.h"
+
+namespace {
+
+using testsupport::CertificateSpec;
+using testsupport::MakeCertificate;
+using testsupport::TestCertificate;
+using testsupport::TlsTestServer;
+
+// Sets TELMORAQ_CERT_STORE for one test; unset again afterwards.
+struct StoreFolder {
+    explicit StoreFolder(const char* path) {
+        if (path != nullptr) setenv("TELMORAQ_CERT_STORE", path, 1);
+        else unsetenv("TELMORAQ_CERT_STORE");
+    }
+    ~StoreFolder() { unsetenv("TELMORAQ_CERT_STORE"); }
+};
+
+class Channel : public CNvSecureProtocol {
+public:
+    Channel() : CNvSecureProtocol("CNvSecureProtocolTest") { SetHost("localhost"); }
+    using CNvSecureProtocol::SecureRead;
+    uint32_t recordCount() const { return m_recordCount; }
+};
+
+struct Session {
+    explicit Session(const TlsTestServer::Options& options) : server(options) {
+        EXPECT_EQ(channel.TcpConnect("127.0.0.1", server.port(), 5000), 0);
+    }
+    // Both ends of the handshake done.
+    bool Up() { return channel.Handshake() == 0 && server.WaitHandshake(); }
+    std::string ReadLine(uint32_t timeoutMs = 5000, int32_t want = 0) {
+        CNvcString line("junk that must go");
+        EXPECT_EQ(channel.SecureReadLine(line, timeoutMs), want);
+        return line.GetData();
+    }
+
+    TlsTestServer server;
+    Channel channel;
+};
+
+TlsTestServer::Options WithVersion(int maxVersion) {
+    TlsTestServer::Options options;
+    options.spec.maxVersion = maxVersion;
+    return options;
+}
+
+struct VersionCase {
+    const char* name;
+    int maxVersion;
+};
+const VersionCase kVersions[] = {{"TLS 1.2", TLS1_2_VERSION}, {"TLS 1.3", 0}};
+
+TEST(SecureChannelHandshake, AcceptsAnyServerCertificate) {
+    struct Case {
+        const char* name;
+        CertificateSpec certificate;
+    } cases[] = {
+        {"self-signed", {}},
+        {"expired", {"localhost", -30, -1}},
+        {"made out for another host", {"mail.other.invalid"}},
+    };
+    StoreFolder store(nullptr);
+    for (const Case& k : cases) {
+        for (const VersionCase& v : kVersions) {
+            SCOPED_TRACE(std::string(k.name) + ", " + v.name);
+            TlsTestServer::Options options = WithVersion(v.maxVersion);
+            options.spec.certificate = MakeCertificate(k.certificate);
+            Session s(options);
+            ASSERT_TRUE(s.Up());
+            s.server.Send(s.server.session().Seal({"220 ready\r\n"}));
+            EXPECT_EQ(s.ReadLine(), "220 ready");
+            CNvcString command("EHLO client");
+            EXPECT_EQ(s.channel.SecureSendLine(command), 0);
+            EXPECT_STREQ(command.GetData(), "EHLO client\r\n");
+            EXPECT_EQ(s.server.ReceivePlain(13), "EHLO client\r\n");
+        }
+    }
+}
+
+TEST(SecureChannelHandshake, GreetingBehindTheLastHandshakeRecordNeedsNoWait) {
+    StoreFolder store(nullptr);
+    TlsTestServer::Options options = WithVersion(TLS1_2_VERSION);  // the server's flight ends the handshake
+    options.greeting = "220 ready\r\n";
+    Session s(options);
+    ASSERT_TRUE(s.Up());
+    EXPECT_GT(s.channel.recordCount(), 0u);  // the greeting's record, kept from the handshake
+    char buffer[64];
+    uint32_t got = 0;
+    EXPECT_EQ(s.channel.SecureRead(buffer, sizeof(buffer), got), 0);
+    EXPECT_EQ(std::string(buffer, got), "220 ready\r\n");
+}
+
+TEST(SecureChannelHandshake, ClientCertificateOnlyWhenAskedAndFound) {
+    const TestCertificate ca = MakeCertificate({"Client CA", -1, 30, nullptr, nullptr, true});
+    const TestCertificate mine = MakeCertificate({"our-client", -1, 30, &ca, "clientAuth"});
+    struct Case {
+        const char* name;
+        bool storeHoldsOne;
+        std::string wantName;
+    } cases[] = {{"empty store: on without one", false, ""}, {"store holds one", true, "our-client"}};
+    for (const Case& k : cases) {
+        for (const VersionCase& v : kVersions) {
+            SCOPED_TRACE(std::string(k.name) + ", " + v.name);
+            testsupport::TempDir dir;
+            if (k.storeHoldsOne) testsupport::WriteFile(dir.file("mine.pem"), mine.certPem + mine.keyPem);
+            StoreFolder store(dir.path().c_str());
+            TlsTestServer::Options options = WithVersion(v.maxVersion);
+            options.spec.requestClientCertificate = true;
+            options.spec.clientCas = {ca};
+            Session s(options);
+            ASSERT_TRUE(s.Up());
+            EXPECT_EQ(s.server.session().ClientCommonName(), k.wantName);
+        }
+    }
+}
+
+TEST(SecureChannelHandshake, FailuresAndTheirCodes) {
+    {
+        SCOPED_TRACE("store folder missing");
+        StoreFolder store("/nonexistent/telmoraq-store");
+        Session s(TlsTestServer::Options{});
+        EXPECT_EQ(s.channel.Handshake(), -1006);
+        s.channel.SecureClose();
+    }
+    StoreFolder store(nullptr);
+    {
+        SCOPED_TRACE("server closes in the handshake");
+        TlsTestServer::Options options;
+        options.stallAfter = 20;
+        options.closeWhenStalled = true;
+        Session s(options);
+        EXPECT_EQ(s.channel.Handshake(), -1005);
+    }
+    {
+        SCOPED_TRACE("no channel yet");
+        Channel channel;
+        CNvcString text("NOOP");
+        EXPECT_EQ(channel.SecureSendLine(text), -1009);
+        CNvcString line;
+        EXPECT_EQ(channel.SecureReadLine(line, 100), -1009);
+    }
+}
+
+// A server that falls silent halfway through its flight: the loop's bound ends
+// the handshake. The tick count is pushed past the bound instead of waiting.
+TEST(SecureChannelHandshake, SilentServerEndsAtTheBound) {
+    StoreFolder store(nullptr);
+    TlsTestServer::Options options;
+    options.stallAfter = 20;
+    Session s(options);
+    std::atomic<bool> finished{false};
+    std::thread pusher([&] {
+        while (!finished) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            platform::ShiftTickCountForTest(CNvSecureProtocol::kHandshakeLimitMs + 1);
+        }
+    });
+    const auto start = std::chrono::steady_clock::now();
+    const int32_t result = s.channel.Handshake();
+    finished = true;
+    pusher.join();
+    EXPECT_EQ(result, -1007);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    CNvcString text("NOOP");
+    EXPECT_EQ(s.channel.SecureSendLine(text), -1009);
+}
+
+TEST(SecureChannelRead, LinesAcrossRecords) {
+    struct Case {
+        const char* name;
+        std::vector<std::string> records;
+        std::vector<std::string> want;
+        bool closeAfter;  // then a read from the socket gives -9 at once
+    } cases[] = {
+        {"two lines in one record: the second needs no read", {"250-first\r\n250 second\r\n"},
+         {"250-first", "250 second"}, true},
+        {"a line split over records", {"250 hel", "lo world\r\n"}, {"250 hello world"}, false},
+        {"CR and LF in two records", {"250 split\r", "\n221 next\r\n"}, {"250 split", "221 next"}, false},
+        {"a lone CR cuts the line", {"250 a\rb\r\n"}, {"250 a"}, false},
+        {"zero bytes are dropped", {std::string("25\0000 z\r\n", 9)}, {"250 z"}, false},
+    };
+    StoreFolder store(nullptr);
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
+        TlsTestServer::Options options;
+        options.spec.tickets = 0;
+        Session s(options);
+        ASSERT_TRUE(s.Up());
+        s.server.Send(s.server.session().Seal(k.records));
+        if (k.closeAfter) s.server.Close();
+        for (const std::string& want : k.want) EXPECT_EQ(s.ReadLine(), want);
+        if (k.closeAfter) s.ReadLine(5000, -9);
+        else s.ReadLine(100, -1014);
+    }
+}
+
+TEST(SecureChannelRead, RecordSplitOverTwoSegments) {
+    StoreFolder store(nullptr);
+    TlsTestServer::Options options;
+    options.spec.tickets = 0;
+    Session s(options);
+    ASSERT_TRUE(s.Up());
+    const std::string record = s.server.session().Seal({"250 whole\r\n"});
+    s.server.Send(record.substr(0, record.size() / 2));
+    char buffer[64];
+    uint32_t got = 0;
+    for (int i = 0; i < 5000 && s.channel.recordCount() == 0; ++i) {
+        ASSERT_EQ(s.channel.SecureRead(buffer, sizeof(buffer), got), 0);
+        ASSERT_EQ(got, 0u);
+        platform::Sleep(1);
+    }
+    EXPECT_EQ(s.channel.recordCount(), record.size() / 2);
+    s.server.Send(record.substr(record.size() / 2));
+    for (int i = 0; i < 5000 && got == 0; ++i) {
+        ASSERT_EQ(s.channel.SecureRead(buffer, sizeof(buffer), got), 0);
+        platform::Sleep(1);
+    }
+    EXPECT_EQ(std::string(buffer, got), "250 whole\r\n");
+    EXPECT_EQ(s.channel.recordCount(), 0u);
+}
+
+TEST(SecureChannelRead, CloseNotifyIsNoErrorUntilTheSocketCloses) {
+    StoreFolder store(nullptr);
+    Session s(TlsTestServer::Options{});
+    ASSERT_TRUE(s.Up());
+    const std::string bye = s.server.session().Seal({"221 bye\r\n"});
+    s.server.Send(bye + s.server.session().SealCloseNotify());
+    EXPECT_EQ(s.ReadLine(), "221 bye");
+    EXPECT_EQ(s.ReadLine(300, -1014), "");
+    s.server.Close();
+    s.ReadLine(5000, -9);
+}
+
+TEST(SecureChannelWrite, LongLineLeavesAsSeveralRecords) {
+    StoreFolder store(nullptr);
+    TlsTestServer::Options options;
+    options.spec.tickets = 0;
+    Session s(options);
+    ASSERT_TRUE(s.Up());
+    const std::string body(40000, 'd');
+    CNvcString text(body.c_str());
+    ASSERT_EQ(s.channel.SecureSendLine(text), 0);
+    EXPECT_EQ(s.server.ReceivePlain(body.size() + 2), body + "\r\n");
+    EXPECT_EQ(s.server.session().recordsReceived(), 3);  // records of a little under 16 KiB
+}
+
+TEST(SecureChannelReport, TracesTheConnection) {
+    testsupport::TempDir dir;
+    StoreFolder store(nullptr);
+    Session s(TlsTestServer::Options{});
+    s.channel.SetTraceFile(dir.file("trace.log").c_str());
+    ASSERT_TRUE(s.Up());
+    const std::string trace = testsupport::ReadFile(dir.file("trace.log"));
+    for (const char* want : {"]  Secure connection details:\n", "]  \tProtocol: [0x304]\n", "]  \tCipher: [0x",
+                             "]  \tCipher strength: [", "]  \tHash: [0x", "]  \tKey exchange: [0x",
+                             "]  \tKey exchange: [253]\n"}) {
+        EXPECT_NE(trace.find(want), std::string::npos) << want << " in\n" << trace;
+    }
+}
+
+TEST(SecureChannelReport, NamesTheValuesItKnows) {
+    platform::SecPkgContext_ConnectionInfo info{0x20, 0x660C, 56, 0x8004, 160, 0xAA02, 1024};
+    std::vector<std::string> want = {"\tProtocol: [SS3]",  "\tCipher: [DES]",        "\tCipher strength: [56]",
+                                     "\tHash: [SHA]",      "\tKey exchange: [DH Ephemeral]",
+                                     "\tKey exchange: [1024]"};
+    std::vector<std::string> got;
+    for (const CNvcString& line : CNvSecureProtocol::FormatConnectionReport(info)) got.push_back(line.GetData());
+    EXPECT_EQ(got, want);
+
+    info = {0x304, 0x385, 256, 0x2A0, 384, 0x40E, 253};
+    got.clear();
+    for (const CNvcString& line : CNvSecureProtocol::FormatConnectionReport(info)) got.push_back(line.GetData());
+    want = {"\tProtocol: [0x304]", "\tCipher: [0x385]", "\tCipher strength: [256]",
+            "\tHash: [0x2a0]",     "\tKey exchange: [0x40e]", "\tKey exchange: [253]"};
+    EXPECT_EQ(got, want);
+}
+
+}  // namespace
