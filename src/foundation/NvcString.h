@@ -13,7 +13,7 @@
 // Limits:      FormatShort cuts at 2047 characters; Format sizes its buffer by
 //              an estimate walk over the format (see Format).
 // Known gaps:  case folding is ASCII only. Replace with an empty find text does
-//              nothing (the original never ends on it; no caller gives one).
+//              nothing rather than loop for ever; no caller gives one.
 //              Not thread-safe: a string belongs to one thread at a time.
 // See also:    NvcStringW.h
 #pragma once

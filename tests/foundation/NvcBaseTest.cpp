@@ -76,14 +76,6 @@ TEST(NvcBaseTrace, LineRulesPerLevel) {
     }
 }
 
-TEST(NvcBaseTrace, NoTraceFileFormatsNothing) {
-    CNvcBase object("Quiet");
-    // Would read arguments that are not there if it formatted.
-    const char* format = "%s %s %s %s";
-    Log(&object, 1, format, "only one");
-    Log(nullptr, 1, "%s", "no object");
-}
-
 TEST(NvcBaseTrace, AppendsAndSurvivesMovedFile) {
     TempDir dir;
     CNvcBase object("Mover");

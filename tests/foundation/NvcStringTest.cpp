@@ -64,15 +64,6 @@ TEST(NvcString, GetTokenShortcutMatchesDirectLookup) {
     EXPECT_STREQ("four", viaShortcut.GetData());
 }
 
-TEST(NvcString, GetTokenMultiCharacterSeparatorAndSelfAsOutput) {
-    CNvcString s("k1||k2||k3");
-    CNvcString out;
-    EXPECT_STREQ("k2", s.GetToken("||", "", out, 1).GetData());
-    EXPECT_STREQ("k3", s.GetToken("||", "", out, 2).GetData());
-    s.GetToken("||", "", s, 1);
-    EXPECT_STREQ("k2", s.GetData());
-}
-
 TEST(NvcString, TokenCountAndNumbers) {
     struct Case {
         const char* text;

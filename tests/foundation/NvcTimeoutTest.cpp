@@ -57,15 +57,4 @@ TEST(NvcTimeout, PlainDeadlineAndNoLimit) {
     }
 }
 
-TEST(NvcTimeout, CopyKeepsItsOwnWindow) {
-    ShiftedTicks ticks;
-    CNvcTimeout first;
-    first.Set(60000);
-    CNvcTimeout second(first);
-    second.Set(600000);
-    ticks.By(120000);
-    EXPECT_EQ(1, first.IsExpired());
-    EXPECT_EQ(0, second.IsExpired());
-}
-
 }  // namespace

@@ -1,0 +1,252 @@
+// NvcThreadTest.cpp - states, commands, timer and the trace lines of the worker thread
+//
+// Waits are for states and events, with limits of many seconds: a slow
+// machine makes the tests slower, never wrong.
+#include "foundation/NvcThread.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/Clock.h"
+#include "support/TestPaths.h"
+
+namespace {
+
+using testsupport::ReadFile;
+using testsupport::TempDir;
+
+constexpr uint32_t kLongWaitMs = 15000;
+
+class TestWorker : public CNvcThread {
+public:
+    TestWorker(const std::string& trace, uint32_t period = 1000) : CNvcThread("TestWorker", period) {
+        SetTraceFile(trace.c_str());
+    }
+    ~TestWorker() override {
+        ReleaseTimer();
+        Kill();
+    }
+
+    int OnInit() override {
+        ++inits;
+        return CNvcThread::OnInit();
+    }
+    int OnTimer(int32_t) override {
+        {
+            std::unique_lock<std::mutex> hold(m_mutex);
+            m_timerStates.push_back(GetState());
+            m_inTimer = true;
+            m_changed.notify_all();
+            m_changed.wait(hold, [this] { return !m_blockTimer; });
+            m_inTimer = false;
+        }
+        return 1;
+    }
+    int OnMessage1(int32_t argument) override { return Record(1, argument); }
+    int OnMessage2(int32_t argument) override { return Record(2, argument); }
+    int OnMessage6(int32_t argument) override { return Record(6, argument); }
+    int OnMessage15(int32_t argument) override { return Record(15, argument); }
+
+    void BlockTimer() {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        m_blockTimer = true;
+    }
+    void ReleaseTimer() {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        m_blockTimer = false;
+        m_changed.notify_all();
+    }
+    bool WaitUntilInTimer() {
+        std::unique_lock<std::mutex> hold(m_mutex);
+        return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), [this] { return m_inTimer; });
+    }
+    bool WaitForMessages(size_t count) {
+        std::unique_lock<std::mutex> hold(m_mutex);
+        return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs),
+                                  [&] { return m_messages.size() >= count; });
+    }
+    std::vector<std::pair<int, int>> Messages() {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        return m_messages;
+    }
+    std::vector<int32_t> TimerStates() {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        return m_timerStates;
+    }
+
+    std::atomic<int> inits{0};
+
+private:
+    int Record(int hook, int32_t argument) {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        m_messages.emplace_back(hook, argument);
+        m_changed.notify_all();
+        return 1;
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    bool m_blockTimer = false;
+    bool m_inTimer = false;
+    std::vector<int32_t> m_timerStates;
+    std::vector<std::pair<int, int>> m_messages;
+};
+
+// Trace lines without their "[hh:mm:ss]  " stamps.
+std::vector<std::string> TraceLines(const std::string& path) {
+    std::vector<std::string> lines;
+    std::istringstream in(ReadFile(path));
+    for (std::string line; std::getline(in, line);) lines.push_back(line.size() >= 12 ? line.substr(12) : line);
+    return lines;
+}
+
+bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+TEST(NvcThread, StartAndStopWriteTheirTraceLinesInOrder) {
+    TempDir dir;
+    const std::string trace = dir.file("thread.log");
+    TestWorker worker(trace);
+    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    EXPECT_EQ(1, worker.IsInitialised());
+    ASSERT_EQ(0, worker.Stop(kLongWaitMs));
+    EXPECT_EQ(0, worker.IsInitialised());
+    worker.SetState(42);
+    worker.SetState(CNvcThread::STOPPED);
+    const std::vector<std::string> want = {
+        "THREAD: Attempting to start...",
+        "THREAD: State set to: [STARTPENDING].",
+        "THREAD: State set to: [STARTED].",
+        "THREAD: Thread is started successfully.",
+        "THREAD: Attempting to stop...",
+        "THREAD: STOP message posted.",
+        "THREAD: State set to: [STOPPENDING].",
+        "THREAD: STOP message received.",
+        "THREAD: State set to: [STOPPED].",
+        "THREAD: Thread is stopped successfully",
+        "THREAD: State set to: [UNKNOWN].",
+        "THREAD: State set to: [STOPPED].",
+    };
+    EXPECT_EQ(want, TraceLines(trace));
+}
+
+TEST(NvcThread, PostBeforeTheQueueExistsFailsAndRestoresState) {
+    TempDir dir;
+    const std::string trace = dir.file("thread.log");
+    TestWorker worker(trace);
+    EXPECT_EQ(-1, worker.Pause()) << "no thread at all";
+    EXPECT_EQ(CNvcThread::STOPPED, worker.GetState());
+    EXPECT_EQ(0, worker.Stop(0)) << "stopped already";
+
+    // The worker sleeps a second before its first message call.
+    ASSERT_EQ(1, worker.Start(0));
+    EXPECT_EQ(-1, worker.Stop(0));
+    EXPECT_EQ(CNvcThread::STARTPENDING, worker.GetState());
+    EXPECT_EQ(-1, worker.PostMessage1(5));
+    EXPECT_EQ(-1, worker.PostMessage6(5));
+    const std::vector<std::string> lines = TraceLines(trace);
+    EXPECT_TRUE(HasLine(lines, "THREAD: Thread is starting."));
+    EXPECT_TRUE(HasLine(lines, "THREAD: Failed to stop thread, stop message could not be posted."));
+
+    ASSERT_EQ(1, worker.WaitForState(CNvcThread::STARTED, kLongWaitMs));
+    EXPECT_EQ(0, worker.PostMessage1(5));
+    EXPECT_EQ(1, worker.PostMessage6(6)) << "the second set answers 1";
+    ASSERT_TRUE(worker.WaitForMessages(2));
+    EXPECT_EQ(0, worker.Stop(kLongWaitMs));
+}
+
+TEST(NvcThread, StopDuringLongTimerHookIsTakenRightAfterIt) {
+    TempDir dir;
+    const std::string trace = dir.file("thread.log");
+    TestWorker worker(trace, 500);
+    worker.BlockTimer();
+    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    ASSERT_TRUE(worker.WaitUntilInTimer());
+
+    EXPECT_EQ(1, worker.Stop(0));
+    EXPECT_EQ(CNvcThread::STOPPENDING, worker.GetState());
+    EXPECT_EQ(1, worker.Stop(0)) << "second stop while pending";
+    EXPECT_EQ(-1, worker.Start(0)) << "start while pending";
+    EXPECT_EQ(0, worker.PostMessage1(3)) << "queued behind the stop";
+    EXPECT_EQ(0, worker.WaitForState(CNvcThread::STOPPED, 400)) << "hook still running";
+
+    worker.ReleaseTimer();
+    ASSERT_EQ(1, worker.WaitForState(CNvcThread::STOPPED, kLongWaitMs));
+    EXPECT_EQ(1u, worker.TimerStates().size()) << "no tick after the hook";
+    EXPECT_TRUE(worker.Messages().empty()) << "nothing served after the stop";
+    const std::vector<std::string> lines = TraceLines(trace);
+    EXPECT_TRUE(HasLine(lines, "THREAD: Thread already pending to stop."));
+    EXPECT_TRUE(HasLine(lines, "THREAD: Failed to start, thread is not in STOP(0) state."));
+    EXPECT_TRUE(HasLine(lines, "THREAD: Thread is stopping."));
+}
+
+TEST(NvcThread, HookCommandsWhilePausedAreDroppedAndTimerRests) {
+    TempDir dir;
+    TestWorker worker(dir.file("thread.log"), 500);
+    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    EXPECT_EQ(0, worker.Start(kLongWaitMs)) << "already started";
+    ASSERT_EQ(1, worker.Pause());
+    ASSERT_EQ(1, worker.WaitForState(CNvcThread::PAUSED, kLongWaitMs));
+    EXPECT_EQ(0, worker.PostMessage1(11));
+    EXPECT_EQ(1, worker.PostMessage15(15));
+    platform::Sleep(1200);  // a few periods pass while paused
+    ASSERT_EQ(1, worker.Resume());
+    EXPECT_EQ(0, worker.PostMessage2(22));
+    ASSERT_TRUE(worker.WaitForMessages(1));
+    EXPECT_EQ(CNvcThread::STARTED, worker.GetState());
+    EXPECT_EQ(0, worker.Stop(kLongWaitMs));
+
+    EXPECT_EQ((std::vector<std::pair<int, int>>{{2, 22}}), worker.Messages());
+    for (int32_t state : worker.TimerStates()) EXPECT_EQ(CNvcThread::STARTED, state);
+    EXPECT_TRUE(HasLine(TraceLines(dir.file("thread.log")), "THREAD: Already started."));
+}
+
+TEST(NvcThread, KillStopsAtOnceAndTheObjectRestarts) {
+    TempDir dir;
+    const std::string trace = dir.file("thread.log");
+    TestWorker worker(trace, 500);
+    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    worker.BlockTimer();
+    ASSERT_TRUE(worker.WaitUntilInTimer());
+    EXPECT_EQ(0, worker.Kill());
+    EXPECT_EQ(CNvcThread::STOPPED, worker.GetState());
+    EXPECT_EQ(0, worker.IsInitialised());
+    worker.ReleaseTimer();
+    EXPECT_EQ(0, worker.Kill()) << "no thread left";
+
+    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    EXPECT_EQ(2, worker.inits.load());
+    EXPECT_EQ(0, worker.PostMessage1(1));
+    ASSERT_TRUE(worker.WaitForMessages(1));
+    ASSERT_EQ(0, worker.Stop(kLongWaitMs));
+
+    const std::vector<std::string> lines = TraceLines(trace);
+    EXPECT_EQ(2, std::count(lines.begin(), lines.end(), "THREAD: KILL called."));
+    EXPECT_EQ(1, std::count(lines.begin(), lines.end(), "THREAD: TERMINATE thread."));
+}
+
+TEST(NvcThread, ShortPeriodWorksAndIsNoted) {
+    TempDir dir;
+    setenv("TELMORAQ_DEBUG_DIR", dir.path().c_str(), 1);
+    {
+        TestWorker worker(dir.file("thread.log"), 499);
+        ASSERT_EQ(0, worker.Start(kLongWaitMs));
+        EXPECT_EQ(0, worker.PostMessage1(1));
+        ASSERT_TRUE(worker.WaitForMessages(1));
+        EXPECT_EQ(0, worker.Stop(kLongWaitMs));
+    }
+    unsetenv("TELMORAQ_DEBUG_DIR");
+    EXPECT_NE(std::string::npos, ReadFile(dir.file("Norvane.log")).find("Potential Timer problems"));
+}
+
+}  // namespace
