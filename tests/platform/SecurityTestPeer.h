@@ -171,6 +171,11 @@ public:
         for (const std::string& text : texts) SSL_write(ssl_, text.data(), static_cast<int>(text.size()));
         return TakeOutput();
     }
+    // Asks the client to update its keys too, then seals the texts.
+    std::string SealAfterKeyUpdate(const std::vector<std::string>& texts) {
+        SSL_key_update(ssl_, SSL_KEY_UPDATE_REQUESTED);
+        return Seal(texts);
+    }
     std::string SealCloseNotify() {
         SSL_shutdown(ssl_);
         return TakeOutput();

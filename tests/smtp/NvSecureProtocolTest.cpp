@@ -246,6 +246,19 @@ TEST(SecureChannelRead, CloseNotifyIsNoErrorUntilTheSocketCloses) {
     s.ReadLine(5000, -9);
 }
 
+TEST(SecureChannelRead, KeyUpdateFromTheServerIsAnsweredOnTheWay) {
+    StoreFolder store(nullptr);
+    TlsTestServer::Options options;
+    options.spec.tickets = 0;
+    Session s(options);
+    ASSERT_TRUE(s.Up());
+    s.server.Send(s.server.session().SealAfterKeyUpdate({"250 after update\r\n"}));
+    EXPECT_EQ(s.ReadLine(), "250 after update");
+    CNvcString command("NOOP");
+    ASSERT_EQ(s.channel.SecureSendLine(command), 0);
+    EXPECT_EQ(s.server.ReceivePlain(6), "NOOP\r\n");
+}
+
 TEST(SecureChannelWrite, LongLineLeavesAsSeveralRecords) {
     StoreFolder store(nullptr);
     TlsTestServer::Options options;

@@ -198,6 +198,10 @@ StepOutcome FeedHandshake(Context& c, const uint8_t* data, size_t length, size_t
     // First let the library act without input: a resumed certificate request
     // or a renegotiation it started may have bytes to write.
     StepOutcome outcome = StepOutcome::Done;
+    // A key update the server asked for is answered here, not by the next
+    // record written, which has room for one record only.
+    if (!SSL_in_init(c.ssl) && SSL_get_key_update_type(c.ssl) != SSL_KEY_UPDATE_NONE)
+        SSL_key_update(c.ssl, SSL_get_key_update_type(c.ssl));
     if (SSL_in_init(c.ssl)) outcome = HandshakeOutcome(c, SSL_do_handshake(c.ssl));
     while (outcome == StepOutcome::NeedMore) {
         const size_t record = WholeRecordLength(data + consumed, length - consumed);
@@ -532,7 +536,8 @@ SECURITY_STATUS DecryptMessage(CtxtHandle* context, SecBufferDesc* message, uint
     buffers[3] = record < length
                      ? SecBuffer{static_cast<uint32_t>(length - record), SECBUFFER_EXTRA, data + record}
                      : SecBuffer{0, SECBUFFER_EMPTY, nullptr};
-    if (status == SEC_E_OK && (SSL_in_init(c->ssl) || BIO_ctrl_pending(c->out) > 0))
+    if (status == SEC_E_OK && (SSL_in_init(c->ssl) || BIO_ctrl_pending(c->out) > 0 ||
+                               SSL_get_key_update_type(c->ssl) != SSL_KEY_UPDATE_NONE))
         status = SEC_I_RENEGOTIATE;
     return status;
 }
