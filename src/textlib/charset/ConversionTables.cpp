@@ -11,6 +11,7 @@
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/buffers/StringBuffer.h"
 #include "textlib/charset/BrelkinBzip2.h"
+#include "textlib/charset/DenseLookups.h"
 #include "textlib/charset/HashConvert.h"
 #include "textlib/charset/TableBase64.h"
 #include "textlib/charset/UnicodeLookup.h"
@@ -40,6 +41,10 @@ struct Slots {
     std::atomic<UnicodeLookup*> lookup{nullptr};
     std::atomic<HashConvert*> toUnicode{nullptr};
     std::atomic<HashConvert*> fromUnicode{nullptr};
+    std::atomic<DenseFromUnicode*> denseFrom{nullptr};
+    std::atomic<DenseToUnicode*> denseTo{nullptr};
+    std::atomic<bool> denseFromTried{false};
+    std::atomic<bool> denseToTried{false};
 };
 
 Slots g_slots[kPageCount];
@@ -320,6 +325,30 @@ const HashConvert* ConversionTables::fromUnicode(int codePage) {
         return nullptr;
     loadFromUnicode(codePage);
     return slots->fromUnicode.load(std::memory_order_acquire);
+}
+
+const DenseFromUnicode* ConversionTables::denseFromUnicode(int codePage) {
+    Slots* slots = slotsOf(codePage);
+    if (!slots)
+        return nullptr;
+    if (!slots->denseFromTried.load(std::memory_order_acquire)) {
+        if (const HashConvert* table = fromUnicode(codePage))
+            slots->denseFrom.store(DenseFromUnicode::build(*table), std::memory_order_release);
+        slots->denseFromTried.store(true, std::memory_order_release);
+    }
+    return slots->denseFrom.load(std::memory_order_acquire);
+}
+
+const DenseToUnicode* ConversionTables::denseToUnicode(int codePage) {
+    Slots* slots = slotsOf(codePage);
+    if (!slots || !isMultiByte(codePage))
+        return nullptr;
+    if (!slots->denseToTried.load(std::memory_order_acquire)) {
+        if (const HashConvert* table = multiByteToUnicode(codePage))
+            slots->denseTo.store(DenseToUnicode::build(*table), std::memory_order_release);
+        slots->denseToTried.store(true, std::memory_order_release);
+    }
+    return slots->denseTo.load(std::memory_order_acquire);
 }
 
 bool ConversionTables::loadTableText(const char* text, HashConvert& table, bool fromUnicode) {

@@ -24,6 +24,8 @@ namespace brelkin {
 
 class HashConvert;
 class UnicodeLookup;
+struct DenseFromUnicode;
+struct DenseToUnicode;
 
 class ConversionTables {
 public:
@@ -39,6 +41,10 @@ public:
     static const UnicodeLookup* singleByteToUnicode(int codePage);
     static const HashConvert* multiByteToUnicode(int codePage);
     static const HashConvert* fromUnicode(int codePage);
+    // Flat copies of those, made on first use; null where a table does not
+    // fit the flat form (the hash table then serves).
+    static const DenseFromUnicode* denseFromUnicode(int codePage);
+    static const DenseToUnicode* denseToUnicode(int codePage);
 
     // Unpacks one stored constant into `table`; false when it gives nothing,
     // and then `table` stays as it was.

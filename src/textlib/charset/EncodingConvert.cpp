@@ -3,12 +3,14 @@
 // See EncodingConvert.h
 #include "textlib/charset/EncodingConvert.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/CodePage.h"
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/charset/BkCharset.h"
 #include "textlib/charset/ConversionTables.h"
+#include "textlib/charset/DenseLookups.h"
 #include "textlib/charset/HashConvert.h"
 #include "textlib/charset/Japanese.h"
 #include "textlib/charset/Korean.h"
@@ -57,6 +59,9 @@ public:
         std::memcpy(m_at, bytes, count);
         m_at += count;
     }
+    // Raw access for loops that checked their room once.
+    uint8_t* cursor() { return m_at; }
+    void moveTo(uint8_t* at) { m_at = at; }
 
 private:
     bool reserve(uint32_t count) {
@@ -145,19 +150,6 @@ void macArabicPrePass(uint8_t* text, uint32_t length) {
 
 bool isArabicDigitPage(int codePage) { return codePage == 28596 || codePage == 1256; }
 
-// Arabic-Indic and extended Arabic-Indic digits as ASCII digits, in a copy.
-void foldArabicDigits(const uint8_t* in, uint32_t length, DataBuffer& copy) {
-    copy.append(in, length);
-    uint8_t* p = copy.getData();
-    for (uint32_t i = 0; p && i + 1 < length; i += 2) {
-        const uint16_t unit = readUnit(p + i);
-        if ((unit >= 0x0660 && unit <= 0x0669) || (unit >= 0x06F0 && unit <= 0x06F9)) {
-            p[i] = static_cast<uint8_t>('0' + (unit & 0x0F));
-            p[i + 1] = 0;
-        }
-    }
-}
-
 struct MarkResult {
     int from;
     uint32_t skip;
@@ -198,6 +190,239 @@ uint32_t lookupLongKey(const HashConvert& table, const uint8_t* in, uint32_t lef
 bool copyBytes(const uint8_t* in, uint32_t length, DataBuffer& out) {
     out.append(in, length);
     return true;
+}
+
+// Writes UTF-16 units in the machine's order.
+class Utf16Sink {
+public:
+    explicit Utf16Sink(TailWriter& out) : m_out(out) {}
+    void operator()(uint16_t unit) {
+        if (m_out.room(2))
+            m_out.putUnit(unit);
+    }
+
+private:
+    TailWriter& m_out;
+};
+
+// Writes each unit by itself as UTF-8; zero units are dropped.
+class Utf8Sink {
+public:
+    explicit Utf8Sink(TailWriter& out) : m_out(out) {}
+    void operator()(uint16_t unit) {
+        if (unit == 0 || !m_out.room(3))
+            return;
+        if (unit < 0x80) {
+            m_out.put(static_cast<uint8_t>(unit));
+        } else if (unit < 0x800) {
+            m_out.put(static_cast<uint8_t>(0xC0 | (unit >> 6)));
+            m_out.put(static_cast<uint8_t>(0x80 | (unit & 0x3F)));
+        } else {
+            m_out.put(static_cast<uint8_t>(0xE0 | (unit >> 12)));
+            m_out.put(static_cast<uint8_t>(0x80 | ((unit >> 6) & 0x3F)));
+            m_out.put(static_cast<uint8_t>(0x80 | (unit & 0x3F)));
+        }
+    }
+
+private:
+    TailWriter& m_out;
+};
+
+uint16_t foldArabicDigit(uint16_t unit) {
+    if ((unit >= 0x0660 && unit <= 0x0669) || (unit >= 0x06F0 && unit <= 0x06F9))
+        return static_cast<uint16_t>('0' + (unit & 0x0F));
+    return unit;
+}
+
+// Writes units in a table page; a unit without a mapping is dropped and
+// makes the result false, but U+0000 becomes one zero byte.
+class TableSink {
+public:
+    TableSink(int codePage, TailWriter& out)
+        : m_out(out),
+          m_table(ConversionTables::fromUnicode(codePage)),
+          m_dense(ConversionTables::denseFromUnicode(codePage)),
+          m_ascii(m_table && m_table->isAsciiCompatible()),
+          m_foldDigits(isArabicDigitPage(codePage)) {}
+
+    bool usable() const { return m_table != nullptr; }
+    bool ok() const { return m_ok; }
+
+    void operator()(uint16_t unit) {
+        if (m_foldDigits)
+            unit = foldArabicDigit(unit);
+        if (!m_out.room(2))
+            return;
+        if (m_ascii && unit < 0x80) {
+            m_out.put(static_cast<uint8_t>(unit));
+        } else if (m_dense) {
+            putDense(unit);
+        } else {
+            putHashed(unit);
+        }
+    }
+
+private:
+    void putDense(uint16_t unit) {
+        const uint8_t length = m_dense->length[unit];
+        const uint16_t code = m_dense->code[unit];
+        if (length == 1) {
+            m_out.put(static_cast<uint8_t>(code));
+        } else if (length == 2) {
+            m_out.put(static_cast<uint8_t>(code >> 8));
+            m_out.put(static_cast<uint8_t>(code));
+        } else {
+            missing(unit);
+        }
+    }
+    void putHashed(uint16_t unit) {
+        uint32_t valueLen = 0;
+        const uint8_t* value =
+            m_table->find2(static_cast<uint8_t>(unit), static_cast<uint8_t>(unit >> 8), valueLen);
+        if (!value)
+            missing(unit);
+        else if (m_out.room(valueLen))
+            m_out.putBytes(value, valueLen);
+    }
+    void missing(uint16_t unit) {
+        if (unit == 0)
+            m_out.put(0);
+        else
+            m_ok = false;
+    }
+
+    TailWriter& m_out;
+    const HashConvert* m_table;
+    const DenseFromUnicode* m_dense;
+    bool m_ascii;
+    bool m_foldDigits;
+    bool m_ok = true;
+};
+
+// Feeds each UTF-16 unit of the input; an odd last byte is ignored.
+template <typename Sink>
+void utf16Units(const uint8_t* in, uint32_t length, Sink& sink) {
+    for (uint32_t i = 0; i + 1 < length; i += 2)
+        sink(readUnit(in + i));
+}
+
+// Reads one UTF-8 sequence of 1 to 3 bytes and feeds its unit; anything
+// else skips exactly one byte, so 4-byte forms vanish byte by byte. Returns
+// the bytes consumed.
+template <typename Sink>
+uint32_t utf8Step(const uint8_t* in, uint32_t left, Sink& sink) {
+    const uint8_t a = in[0];
+    if (a < 0x80) {
+        sink(a);
+        return 1;
+    }
+    if (a >= 0xC2 && a <= 0xDF && left >= 2 && (in[1] & 0xC0) == 0x80) {
+        sink(static_cast<uint16_t>((a & 0x1F) << 6 | (in[1] & 0x3F)));
+        return 2;
+    }
+    if (a >= 0xE0 && a <= 0xEF && left >= 3 && (in[1] & 0xC0) == 0x80 && (in[2] & 0xC0) == 0x80 &&
+        (a != 0xE0 || in[1] >= 0xA0)) {
+        sink(static_cast<uint16_t>((a & 0x0F) << 12 | (in[1] & 0x3F) << 6 | (in[2] & 0x3F)));
+        return 3;
+    }
+    return 1;
+}
+
+template <typename Sink>
+void utf8Units(const uint8_t* in, uint32_t length, Sink& sink) {
+    for (uint32_t i = 0; i < length;)
+        i += utf8Step(in + i, length - i, sink);
+}
+
+// Feeds the units of a single-byte page; a byte without a mapping gives
+// nothing and makes the result false, a zero byte gives U+0000.
+template <typename Sink>
+bool singleByteUnits(const UnicodeLookup& lookup, const uint8_t* in, uint32_t length, Sink& sink) {
+    bool ok = true;
+    for (uint32_t i = 0; i < length; ++i) {
+        const uint16_t unit = lookup.get(in[i]);
+        if (unit != 0 || in[i] == 0)
+            sink(unit);
+        else
+            ok = false;
+    }
+    return ok;
+}
+
+// Feeds the units of a multi-byte page through its flat lookup: the pair at
+// a position first, then the single byte.
+template <typename Sink>
+bool multiByteUnits(const DenseToUnicode& dense, bool ascii, const uint8_t* in, uint32_t length,
+                    Sink& sink) {
+    bool ok = true;
+    for (uint32_t i = 0; i < length;) {
+        const uint8_t b = in[i];
+        if (i + 1 < length && dense.hasPair(b, in[i + 1])) {
+            sink(dense.pair[static_cast<uint32_t>(b) << 8 | in[i + 1]]);
+            i += 2;
+            continue;
+        }
+        ++i;
+        if (b == 0 || (ascii && b < 0x80))
+            sink(b);
+        else if (dense.singlePresent[b])
+            sink(dense.single[b]);
+        else
+            ok = false;
+    }
+    return ok;
+}
+
+// The units of a table page, when it can be read without the hash tables;
+// `handled` false means the caller must take the general path.
+template <typename Sink>
+bool tableUnits(int codePage, const uint8_t* in, uint32_t length, Sink& sink, bool& handled) {
+    handled = true;
+    if (!ConversionTables::isMultiByte(codePage)) {
+        const UnicodeLookup* lookup = ConversionTables::singleByteToUnicode(codePage);
+        return lookup ? singleByteUnits(*lookup, in, length, sink) : false;
+    }
+    const DenseToUnicode* dense = ConversionTables::denseToUnicode(codePage);
+    const HashConvert* table = ConversionTables::multiByteToUnicode(codePage);
+    if (!dense || !table) {
+        handled = false;
+        return false;
+    }
+    return multiByteUnits(*dense, table->isAsciiCompatible(), in, length, sink);
+}
+
+// UTF-8 into a page with a flat lookup. No code is longer than the UTF-8
+// form it stands for, so the room is checked once for the whole input.
+bool utf8ToDenseTable(const DenseFromUnicode& dense, bool ascii, const uint8_t* in,
+                      uint32_t length, TailWriter& writer) {
+    if (!writer.room(length))
+        return false;
+    uint8_t* out = writer.cursor();
+    bool ok = true;
+    auto put = [&](uint16_t unit) {
+        if (ascii && unit < 0x80) {
+            *out++ = static_cast<uint8_t>(unit);
+            return;
+        }
+        const uint8_t size = dense.length[unit];
+        const uint16_t code = dense.code[unit];
+        if (size == 2)
+            *out++ = static_cast<uint8_t>(code >> 8);
+        if (size != 0)
+            *out++ = static_cast<uint8_t>(code);
+        else if (unit == 0)
+            *out++ = 0;
+        else
+            ok = false;
+    };
+    for (uint32_t i = 0; i < length;) {
+        while (ascii && i < length && in[i] < 0x80)
+            *out++ = in[i++];
+        if (i < length)
+            i += utf8Step(in + i, length - i, put);
+    }
+    writer.moveTo(out);
+    return ok;
 }
 
 }  // namespace
@@ -302,49 +527,83 @@ bool EncodingConvert::core(int from, int to, const uint8_t* in, uint32_t length,
     return route(from, to, in, length, out);
 }
 
-// Step 4 of the core: the source is 1200, 65001 or a table page.
+// Step 4 of the core: the source is 1200, 65001 or a table page. Two-stage
+// routes stream the units of the first stage into the second; only the
+// second decides the result.
 bool EncodingConvert::route(int from, int to, const uint8_t* in, uint32_t length,
                             DataBuffer& out) {
     if (from == to && (from == kUtf16Le || from == kUtf8))
         return copyBytes(in, length, out);
-    if (from == kUtf16Le)
-        return to == kUtf8 ? utf16ToUtf8(in, length, out) : utf16ToTable(to, in, length, out);
+    if (from == kUtf16Le && to == kUtf8)
+        return utf16ToUtf8(in, length, out);
     if (from == kUtf8 && to == kUtf16Le)
         return utf8ToUtf16(in, length, out);
+    if (from == kUtf16Le || from == kUtf8)
+        return unicodeToTable(from, to, in, length, out);
+    if (!ConversionTables::hasRoute(from))
+        return false;
     if (to == kUtf16Le)
         return tableToUtf16(from, in, length, out);
-    if (from != kUtf8 && !ConversionTables::hasRoute(from))
+    if (to != kUtf8 && !ConversionTables::fromUnicode(to))
         return false;
+    return tableToOther(from, to, in, length, out);
+}
+
+bool EncodingConvert::unicodeToTable(int from, int to, const uint8_t* in, uint32_t length,
+                                     DataBuffer& out) {
+    TailWriter writer(out, from == kUtf16Le ? length / 2 + 4 : length + 4);
+    TableSink sink(to, writer);
+    if (!sink.usable() || (from == kUtf16Le && length == 1))
+        return false;
+    const DenseFromUnicode* dense = ConversionTables::denseFromUnicode(to);
+    if (from == kUtf8 && dense && !isArabicDigitPage(to))
+        return utf8ToDenseTable(*dense, ConversionTables::fromUnicode(to)->isAsciiCompatible(), in,
+                                length, writer);
+    if (from == kUtf16Le)
+        utf16Units(in, length, sink);
+    else
+        utf8Units(in, length, sink);
+    return sink.ok();
+}
+
+// A table page to UTF-8 or another table page.
+bool EncodingConvert::tableToOther(int from, int to, const uint8_t* in, uint32_t length,
+                                   DataBuffer& out) {
+    bool handled = false;
+    if (to == kUtf8) {
+        TailWriter writer(out, length + length / 2 + 4);
+        Utf8Sink sink(writer);
+        tableUnits(from, in, length, sink, handled);
+        if (handled)
+            return true;  // whole units never fail on the way to UTF-8
+    } else {
+        TailWriter writer(out, length + 4);
+        TableSink sink(to, writer);
+        tableUnits(from, in, length, sink, handled);
+        if (handled)
+            return sink.ok();
+    }
     DataBuffer pivot;
     pivot.ensureCapacity(length * 2 + 4);
-    if (from == kUtf8)
-        utf8ToUtf16(in, length, pivot);
-    else
-        tableToUtf16(from, in, length, pivot);
+    tableToUtf16(from, in, length, pivot);
     if (to == kUtf8)
         return utf16ToUtf8(pivot.getData(), pivot.getSize(), out);
-    return utf16ToTable(to, pivot.getData(), pivot.getSize(), out);
+    return unicodeToTable(kUtf16Le, to, pivot.getData(), pivot.getSize(), out);
 }
 
 bool EncodingConvert::tableToUtf16(int codePage, const uint8_t* in, uint32_t length,
                                    DataBuffer& out) {
     if (!ConversionTables::hasRoute(codePage))
         return false;
-    bool ok = true;
     TailWriter writer(out, length * 2);
-    if (!ConversionTables::isMultiByte(codePage)) {
-        const UnicodeLookup* lookup = ConversionTables::singleByteToUnicode(codePage);
-        if (!lookup || !writer.room(length * 2))
-            return false;
-        for (uint32_t i = 0; i < length; ++i) {
-            const uint16_t unit = lookup->get(in[i]);
-            if (unit != 0 || in[i] == 0)
-                writer.putUnit(unit);
-            else
-                ok = false;
-        }
-        return ok;
+    {
+        bool handled = false;
+        Utf16Sink sink(writer);
+        const bool ok = tableUnits(codePage, in, length, sink, handled);
+        if (handled)
+            return ok;
     }
+    bool ok = true;
     const HashConvert* table = ConversionTables::multiByteToUnicode(codePage);
     if (!table)
         return false;
@@ -366,41 +625,6 @@ bool EncodingConvert::tableToUtf16(int codePage, const uint8_t* in, uint32_t len
         } else if (table->lookup(&b, 1, value, valueLen)) {
             if (writer.room(valueLen))
                 writer.putBytes(value, valueLen);
-        } else {
-            ok = false;
-        }
-    }
-    return ok;
-}
-
-bool EncodingConvert::utf16ToTable(int codePage, const uint8_t* in, uint32_t length,
-                                   DataBuffer& out) {
-    const HashConvert* table = ConversionTables::fromUnicode(codePage);
-    if (!table || length == 1)
-        return false;
-    DataBuffer folded;
-    if (isArabicDigitPage(codePage)) {
-        foldArabicDigits(in, length, folded);
-        in = folded.getData();
-    }
-    const bool ascii = table->isAsciiCompatible();
-    bool ok = true;
-    TailWriter writer(out, length / 2 + 4);
-    for (uint32_t i = 0; i + 1 < length; i += 2) {
-        if (!writer.room(8))
-            return false;
-        const uint8_t lo = in[i], hi = in[i + 1];
-        if (ascii && hi == 0 && lo < 0x80) {
-            writer.put(lo);
-            continue;
-        }
-        uint32_t valueLen = 0;
-        const uint8_t* value = table->find2(lo, hi, valueLen);
-        if (value) {
-            if (writer.room(valueLen))
-                writer.putBytes(value, valueLen);
-        } else if (lo == 0 && hi == 0) {
-            writer.put(0);
         } else {
             ok = false;
         }

@@ -45,8 +45,9 @@ private:
     bool convertTarget(int from, int to, const uint8_t* in, uint32_t length, DataBuffer& out);
     bool core(int from, int to, const uint8_t* in, uint32_t length, DataBuffer& out);
     bool route(int from, int to, const uint8_t* in, uint32_t length, DataBuffer& out);
+    bool unicodeToTable(int from, int to, const uint8_t* in, uint32_t length, DataBuffer& out);
+    bool tableToOther(int from, int to, const uint8_t* in, uint32_t length, DataBuffer& out);
     bool tableToUtf16(int codePage, const uint8_t* in, uint32_t length, DataBuffer& out);
-    bool utf16ToTable(int codePage, const uint8_t* in, uint32_t length, DataBuffer& out);
     bool utf16ToUtf8(const uint8_t* in, uint32_t length, DataBuffer& out);
     bool utf8ToUtf16(const uint8_t* in, uint32_t length, DataBuffer& out);
 };

@@ -107,6 +107,8 @@ bool HashConvert::lookup(const uint8_t* key, uint32_t keyLen, uint8_t* out,
 }
 
 const uint8_t* HashConvert::find2(uint8_t k0, uint8_t k1, uint32_t& valueLen) const {
+    if (!m_buckets)
+        return nullptr;
     const uint8_t* entry = m_buckets[(static_cast<uint32_t>(k1) << 8 | k0) % m_bucketCount];
     if (!entry)
         return nullptr;

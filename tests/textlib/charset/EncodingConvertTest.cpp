@@ -1,6 +1,7 @@
 // EncodingConvertTest.cpp - routes, byte order marks and results of conversion
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -139,4 +140,30 @@ TEST(EncodingConvert, NullOrEmptyInputConvertsToNothing) {
     EXPECT_TRUE(conv.convert(1252, 65001, nullptr, 5, out));
     EXPECT_TRUE(conv.convert(1252, 65001, "abc", 0, out));
     EXPECT_EQ(out.getSize(), 0u);
+}
+
+TEST(EncodingConvert, Utf8AndUtf16SourcesGiveTheSameBytes) {
+    // Every BMP character but the surrogates, from UTF-16 and from UTF-8:
+    // the streamed UTF-8 route must agree with the unit-by-unit one.
+    std::string utf16;
+    for (unsigned u = 1; u < 0x10000; ++u) {
+        if (u >= 0xD800 && u <= 0xDFFF)
+            continue;
+        utf16 += static_cast<char>(u & 0xFF);
+        utf16 += static_cast<char>(u >> 8);
+    }
+    EncodingConvert conv;
+    DataBuffer utf8;
+    ASSERT_TRUE(conv.convert(1200, 65001, utf16.data(), static_cast<uint32_t>(utf16.size()), utf8));
+    for (int codePage : {1252, 1256, 437, 37, 932, 936, 949, 950, 1361, 10001, 51932}) {
+        SCOPED_TRACE(codePage);
+        DataBuffer fromUtf16, fromUtf8;
+        const bool ok16 = conv.convert(1200, codePage, utf16.data(), static_cast<uint32_t>(utf16.size()), fromUtf16);
+        const bool ok8 = conv.convert(65001, codePage, utf8.getData(), utf8.getSize(), fromUtf8);
+        EXPECT_FALSE(ok16);
+        EXPECT_EQ(ok8, ok16);
+        ASSERT_EQ(fromUtf8.getSize(), fromUtf16.getSize());
+        EXPECT_EQ(0, std::memcmp(fromUtf8.getData(), fromUtf16.getData(), fromUtf8.getSize()));
+        EXPECT_GT(fromUtf16.getSize(), 120u);
+    }
 }
