@@ -108,13 +108,3 @@ TEST(Clock, TimeZoneBiasesSumToMinusThePresentOffset) {
         EXPECT_EQ(-tm.tm_gmtoff / 60, info.Bias + (kind == 2 ? info.DaylightBias : info.StandardBias));
     }
 }
-
-TEST(Clock, GetLocalTimeAgreesWithLocalTimeOfNow) {
-    SystemTime a{}, b{};
-    const int64_t unix = CurrentUnixTime();
-    GetLocalTime(a);
-    LocalTimeOf(unix, b);
-    EXPECT_EQ(b.wYear, a.wYear);
-    EXPECT_EQ(b.wDay, a.wDay);
-    EXPECT_LT(a.wMilliseconds, 1000);
-}

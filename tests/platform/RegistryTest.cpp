@@ -9,7 +9,8 @@
 
 #include <filesystem>
 #include <string>
-#include <thread>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 using namespace platform;
@@ -142,23 +143,36 @@ TEST(Registry, RefusesTextsThatCannotStayOnOneLine) {
     EXPECT_EQ(87u, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\]", true));
 }
 
-TEST(Registry, ConcurrentWritersLoseNoUpdate) {
+// Separate processes share no mutex: only the file lock and the check that
+// the locked file is still the one the path names keep their updates apart.
+TEST(Registry, WritersInSeparateProcessesLoseNoUpdate) {
     ScratchRegistry reg;
     ASSERT_EQ(0u, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\A", true));
-    std::vector<std::thread> writers;
-    for (int t = 0; t < 4; ++t)
-        writers.emplace_back([t] {
-            for (int i = 0; i < 25; ++i)
-                SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A",
-                                 "v" + std::to_string(t) + "_" + std::to_string(i),
-                                 static_cast<uint32_t>(i), true);
-        });
-    for (std::thread& w : writers) w.join();
-    for (int t = 0; t < 4; ++t)
-        for (int i = 0; i < 25; ++i) {
+    constexpr int kWriters = 4, kEach = 25;
+    std::vector<pid_t> children;
+    for (int t = 0; t < kWriters; ++t) {
+        const pid_t pid = ::fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            int failures = 0;
+            for (int i = 0; i < kEach; ++i)
+                failures += SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A",
+                                             "v" + std::to_string(t) + "_" + std::to_string(i),
+                                             static_cast<uint32_t>(i), true) != 0;
+            ::_exit(failures == 0 ? 0 : 1);
+        }
+        children.push_back(pid);
+    }
+    for (pid_t pid : children) {
+        int status = 0;
+        ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+    for (int t = 0; t < kWriters; ++t)
+        for (int i = 0; i < kEach; ++i) {
             RegistryValue value;
             const std::string name = "v" + std::to_string(t) + "_" + std::to_string(i);
-            ASSERT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", name, value, true))
-                << name;
+            EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", name, value, true))
+                << name << " lost";
         }
 }
