@@ -32,8 +32,9 @@ void CNvcBase64::BuildDecodeTable() {
         m_decodeTable[c] = value;
         m_decodeTable[c | 0x80] = value;
     }
-    m_decodeTable['='] = kPad;
-    m_decodeTable['=' | 0x80] = kPad;
+    constexpr unsigned char kPadChar = '=';
+    m_decodeTable[kPadChar] = kPad;
+    m_decodeTable[kPadChar | 0x80] = kPad;
 }
 
 void CNvcBase64::FreeBuffers() {

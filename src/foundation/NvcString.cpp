@@ -356,6 +356,7 @@ CNvcString& CNvcString::CrLfToBars() {
 CNvcString& CNvcString::FormatShort(const char* format, ...) {
     if (m_formatBuffer == nullptr) m_formatBuffer = new (std::nothrow) char[kShortFormatSize];
     if (m_formatBuffer == nullptr || format == nullptr) return Clear();
+    m_formatBuffer[0] = '\0';  // stays empty if the conversion fails
     va_list args;
     va_start(args, format);
     std::vsnprintf(m_formatBuffer, kShortFormatSize, format, args);
@@ -374,6 +375,7 @@ CNvcString& CNvcString::Format(const char* format, ...) {
         va_end(args);
         return Clear();
     }
+    buffer[0] = '\0';
     std::vsnprintf(buffer, room, format, args);
     va_end(args);
     buffer[room - 1] = '\0';

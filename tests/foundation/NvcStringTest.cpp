@@ -178,8 +178,11 @@ TEST(NvcString, FormatShortCutsAtLimitAndFormatDoesNot) {
     const char* volatile nothing = nullptr;  // hidden from the compiler's format check
     s.Format("%-*d|%.*s|%s", 6, 7, 2, "abcdef", nothing);
     EXPECT_STREQ("7     |ab|(null)", s.GetData());
-    s.Format("%s", s.GetData());
-    EXPECT_STREQ("7     |ab|(null)", s.GetData());
+    s.Format("%f", 1e300);  // the estimate allows 30 per conversion: cut, never overrun
+    EXPECT_EQ(32u, s.GetLength());
+    s.Assign("own");
+    s.Format("%s!", s.GetData());
+    EXPECT_STREQ("own!", s.GetData());
 }
 
 }  // namespace
