@@ -26,7 +26,8 @@ PIECE_CHARS = 400
 MAGIC = 0xB394A7E1
 
 # code page -> (primary source, glibc converter for best-fit entries or None).
-# A primary source is "py:<codec>", "iconv:<name>" or "hand:<name>".
+# A primary source is "py:<codec>", "iconv:<name>", "perl:<name>" (Encode of
+# Debian's perl, for the Apple pages nothing else here has) or "hand:<name>".
 SOURCES = {
     437: ("py:cp437", "CP437"), 708: ("iconv:ASMO-708", None),
     720: ("py:cp720", None), 737: ("py:cp737", "CP737"),
@@ -44,7 +45,7 @@ SOURCES = {
     1256: ("py:cp1256", "CP1256"), 1257: ("py:cp1257", "CP1257"),
     1258: ("py:cp1258", "CP1258"),
     10000: ("py:mac_roman", "MACINTOSH"), 10004: ("py:mac_arabic", None),
-    10005: ("hand:mac_hebrew", None), 10006: ("py:mac_greek", None),
+    10005: ("perl:MacHebrew", None), 10006: ("py:mac_greek", None),
     10007: ("py:mac_cyrillic", None), 10010: ("py:mac_romanian", None),
     10017: ("iconv:MAC-UK", None), 10029: ("py:mac_latin2", None),
     10079: ("py:mac_iceland", None), 10081: ("py:mac_turkish", None),
@@ -67,7 +68,7 @@ SOURCES = {
     1144: ("iconv:IBM1144", None), 1145: ("iconv:IBM1145", None),
     1146: ("iconv:IBM1146", None), 1147: ("iconv:IBM1147", None),
     1148: ("iconv:IBM1148", None), 1149: ("iconv:IBM1149", None),
-    10021: ("hand:mac_thai", None),
+    10021: ("perl:MacThai", None),
     20106: ("iconv:ISO646-DE", None), 20107: ("iconv:ISO646-SE", None),
     20108: ("iconv:ISO646-NO", None), 20273: ("py:cp273", "IBM273"),
     20277: ("iconv:IBM277", None), 20278: ("iconv:IBM278", None),
@@ -142,29 +143,10 @@ def decoder(source):
     if kind == "iconv":
         conv = Iconv("UTF-16LE", name)
         return lambda b: (lambda r: None if r is None else r.decode("utf-16le"))(conv.convert(b))
+    if kind == "perl":
+        table = perl_single_bytes(name)
+        return lambda b: table.get(b[0]) if len(b) == 1 else None
     return HAND[name]
-
-
-def hand_mac_hebrew(b):
-    # Only what the Apple mapping shares with ISO 8859-8: ASCII and the letters.
-    if len(b) != 1:
-        return None
-    if b[0] < 0x80:
-        return chr(b[0])
-    if 0xE0 <= b[0] <= 0xFA:
-        return chr(0x05D0 + b[0] - 0xE0)
-    return None
-
-
-def hand_mac_thai(b):
-    # Only the Thai block, which the Apple mapping shares with TIS-620.
-    if len(b) != 1:
-        return None
-    if b[0] < 0x80:
-        return chr(b[0])
-    if 0xA1 <= b[0] <= 0xDA or 0xDF <= b[0] <= 0xFB:
-        return chr(0x0E00 + b[0] - 0xA0)
-    return None
 
 
 _IBM1047 = None
@@ -183,8 +165,20 @@ def hand_ibm924(b):
     return "".join(chr(swap.get(ord(c), ord(c))) for c in s)
 
 
-HAND = {"mac_hebrew": hand_mac_hebrew, "mac_thai": hand_mac_thai,
-        "ibm924": hand_ibm924}
+HAND = {"ibm924": hand_ibm924}
+
+
+def perl_single_bytes(name):
+    """byte -> text for all 256 bytes, by one run of perl's Encode."""
+    script = ('use Encode; binmode STDOUT; for my $b (0..255) { my $s = eval { '
+              'decode("%s", chr($b), Encode::FB_CROAK) }; print defined($s) ? '
+              'join(",", map { sprintf("%%04x", ord) } split(//, $s)) : "-", "\\n"; }' % name)
+    out = subprocess.run(["perl", "-e", script], stdout=subprocess.PIPE, check=True).stdout
+    result = {}
+    for b, line in enumerate(out.decode("ascii").split("\n")[:256]):
+        if line not in ("-", ""):
+            result[b] = "".join(chr(int(h, 16)) for h in line.split(","))
+    return result
 
 
 def encoder(source):

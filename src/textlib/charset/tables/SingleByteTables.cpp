@@ -262,7 +262,7 @@ static const char* const kCp10004[] = {
 extern const StoredTable kTable10004 = {kCp10004, 1};
 
 static const char* const kCp10005[] = {
-    "c4aeUs1YAAABCWmg5MUFZJlNZRGtBSQAAKcGDYgAgAAIAQABAACAAIQpDQhgKZBoRkHPZ3d+LuSKcKEgiNaCkgA==",
+    "c4aeUs3wBAABCWmg5MUFZJlNZKJ9WCQAArnnf/1AxFUwgABCgAAIABARAAAUAAACBggARYAewAJiGiBAAAAAaeoYZGmmmRhMjBNAYEhUjE00NNAABo0Z2rKAQamkFNUjLM2YoS1SNtmu2BU1wZbfCyuJXtVO1ouYZWkIYxsxk/JODjeEmEMWXul/XEq+FwJHxoOTRlaCmmiGfIJafEJHR1MBr7iYYtUEUopN+Vu8e/5pPT1EaVBkOTIAfi7kinChIFE+rBIA=",
 };
 extern const StoredTable kTable10005 = {kCp10005, 1};
 
@@ -289,7 +289,7 @@ static const char* const kCp10017[] = {
 extern const StoredTable kTable10017 = {kCp10017, 1};
 
 static const char* const kCp10021[] = {
-    "c4aeUs4cCAABCWmg5MUFZJlNZ0Yw73QABQ1DAYgIQAAJAEAAgAFQxGTQQqNBTKOoBU1AiMC8kQMkBcvKq+LuSKcKEhoxh3ug=",
+    "c4aeUs6sCAABCWmg5MUFZJlNZA31QQgABUX7N/mIoAFAAABABAAAoAlACgBAAkAAIAKAAIAB1CUSAGgaDTxQSKQaZDQAB21BAkFrEq2gCxkXFqk4VUldfK1TYgQlLwQDJQRANcfLH9k0aTtnVqvcUVmkOoQsNfi7kinChIAb6oIQ=",
 };
 extern const StoredTable kTable10021 = {kCp10021, 1};
 
