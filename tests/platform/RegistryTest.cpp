@@ -83,6 +83,7 @@ TEST(Registry, AKeyExistsThroughItsSectionOrOneBelowIt) {
     EXPECT_EQ(0u, ProbeRegistryKey(HKEY_LOCAL_MACHINE, "software\\norvane\\telmora\\", true));
     EXPECT_EQ(2u, ProbeRegistryKey(HKEY_LOCAL_MACHINE, "Software\\Norv", true));  // no prefix match
     EXPECT_EQ(2u, ProbeRegistryKey(HKEY_CLASSES_ROOT, "Software\\Norvane", true));
+    EXPECT_EQ(0u, ProbeRegistryKey(HKEY_CLASSES_ROOT, "", true)) << "a hive's root";
 }
 
 TEST(Registry, MissingFileIsAnEmptyRegistryAndFailedWritesLeaveNoFile) {

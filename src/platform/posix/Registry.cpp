@@ -242,6 +242,7 @@ Section* FindSection(Document& doc, const std::string& fullPath) {
 
 bool KeyExists(const Document& doc, const std::string& fullPath) {
     const std::string lookup = NormalizeKey(fullPath);
+    if (lookup.find('\\') == std::string::npos) return true;  // a hive's root always exists
     for (const Section& section : doc.sections) {
         if (section.lookup == lookup) return true;
         if (section.lookup.compare(0, lookup.size() + 1, lookup + "\\") == 0) return true;

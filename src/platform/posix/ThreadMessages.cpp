@@ -38,8 +38,17 @@ struct ThreadState {
     std::atomic<bool> terminated{false};
 };
 
-std::mutex g_queuesMutex;
-std::map<uint32_t, std::shared_ptr<Queue>> g_queues;
+// Every thread's queue by kernel id. Never destroyed: a detached thread may
+// end, and unregister, after the process's statics are gone.
+struct QueueTable {
+    std::mutex mutex;
+    std::map<uint32_t, std::shared_ptr<Queue>> queues;
+};
+
+QueueTable& Queues() {
+    static QueueTable* table = new QueueTable;
+    return *table;
+}
 
 std::mutex g_namesMutex;
 std::map<std::string, uint32_t> g_names;
@@ -55,9 +64,10 @@ struct QueueHolder {
     ~QueueHolder() { Drop(); }
     void Drop() {
         if (!queue) return;
-        std::lock_guard<std::mutex> guard(g_queuesMutex);
-        auto it = g_queues.find(owner);
-        if (it != g_queues.end() && it->second == queue) g_queues.erase(it);
+        QueueTable& table = Queues();
+        std::lock_guard<std::mutex> guard(table.mutex);
+        auto it = table.queues.find(owner);
+        if (it != table.queues.end() && it->second == queue) table.queues.erase(it);
         queue.reset();
     }
 };
@@ -82,9 +92,10 @@ std::shared_ptr<Queue> OwnQueue() {
     const uint32_t self = GetCurrentThreadId();
     bool registered = false;
     {
-        std::lock_guard<std::mutex> guard(g_queuesMutex);
+        QueueTable& table = Queues();
+        std::lock_guard<std::mutex> guard(table.mutex);
         if (!Terminated()) {
-            g_queues[self] = queue;
+            table.queues[self] = queue;
             registered = true;
         }
     }
@@ -163,9 +174,10 @@ void CloseThreadHandle(ThreadHandle* handle) {
 void TerminateThread(ThreadHandle* handle) {
     if (handle == nullptr) return;
     {
-        std::lock_guard<std::mutex> guard(g_queuesMutex);
+        QueueTable& table = Queues();
+        std::lock_guard<std::mutex> guard(table.mutex);
         handle->state->terminated = true;
-        g_queues.erase(handle->id);  // posts fail from now on, as to a dead thread
+        table.queues.erase(handle->id);  // posts fail from now on, as to a dead thread
     }
     CloseThreadHandle(handle);
 }
@@ -173,9 +185,10 @@ void TerminateThread(ThreadHandle* handle) {
 bool PostThreadMessage(uint32_t threadId, uint32_t message, uintptr_t wParam, intptr_t lParam) {
     std::shared_ptr<Queue> queue;
     {
-        std::lock_guard<std::mutex> guard(g_queuesMutex);
-        auto it = g_queues.find(threadId);
-        if (it == g_queues.end()) return false;
+        QueueTable& table = Queues();
+        std::lock_guard<std::mutex> guard(table.mutex);
+        auto it = table.queues.find(threadId);
+        if (it == table.queues.end()) return false;
         queue = it->second;
     }
     {
