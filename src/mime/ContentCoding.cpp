@@ -13,8 +13,8 @@ namespace brelkin {
 
 namespace {
 
-const char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-const char kHexUpper[] = "0123456789ABCDEF";
+constexpr char kBase64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kHexUpper[] = "0123456789ABCDEF";
 
 // Base64 decoding table: 0-63 a digit, kSkip a byte to pass over, kStop the
 // end of the data ("=" and the zero byte). Both markers have a bit above the
@@ -22,22 +22,24 @@ const char kHexUpper[] = "0123456789ABCDEF";
 constexpr uint8_t kSkip = 0x40;
 constexpr uint8_t kStop = 0x80;
 
+// The tables are built at compile time, so that no static initializer of
+// another file can find them empty.
 struct Base64DecodeTable {
-    uint8_t value[256];
-    Base64DecodeTable() {
-        std::memset(value, kSkip, sizeof value);
+    uint8_t value[256] = {};
+    constexpr Base64DecodeTable() {
+        for (int c = 0; c < 256; ++c) value[c] = kSkip;
         for (int i = 0; i < 64; ++i) value[static_cast<uint8_t>(kBase64Alphabet[i])] = static_cast<uint8_t>(i);
         value[static_cast<uint8_t>('=')] = kStop;
         value[0] = kStop;
     }
 };
-const Base64DecodeTable g_base64;
+constexpr Base64DecodeTable g_base64;
 
 // Hex digit values of either case, -1 for anything else; callers mask to 7 bits.
 struct HexTable {
-    int8_t value[128];
-    HexTable() {
-        std::memset(value, -1, sizeof value);
+    int8_t value[128] = {};
+    constexpr HexTable() {
+        for (int c = 0; c < 128; ++c) value[c] = -1;
         for (int i = 0; i < 10; ++i) value['0' + i] = static_cast<int8_t>(i);
         for (int i = 0; i < 6; ++i) {
             value['A' + i] = static_cast<int8_t>(10 + i);
@@ -45,7 +47,7 @@ struct HexTable {
         }
     }
 };
-const HexTable g_hex;
+constexpr HexTable g_hex;
 
 // How quoted-printable writes a byte when nothing about its place matters:
 // as it is, as a blank (literal unless it ends a line), or escaped. CR has a
@@ -53,13 +55,13 @@ const HexTable g_hex;
 // to four bytes so that it is copied in one move whatever its length.
 enum QpOut : uint8_t { kQpLiteral, kQpOutBlank, kQpEscaped, kQpCr };
 struct QpOutEntry {
-    char text[4];
-    uint8_t length;
-    QpOut kind;
+    char text[4] = {};
+    uint8_t length = 0;
+    QpOut kind = kQpLiteral;
 };
-struct QpLiteralTable {
-    QpOutEntry entry[256];
-    QpLiteralTable() {
+struct QpOutTable {
+    QpOutEntry entry[256] = {};
+    constexpr QpOutTable() {
         for (int c = 0; c < 256; ++c) {
             QpOutEntry& e = entry[c];
             e.kind = ((c >= 33 && c <= 60) || (c >= 62 && c <= 126)) ? kQpLiteral
@@ -75,7 +77,7 @@ struct QpLiteralTable {
         }
     }
 };
-const QpLiteralTable g_qp;
+constexpr QpOutTable g_qp;
 
 int hexValue(const uint8_t* in, uint32_t at, uint32_t end) {
     return at < end ? g_hex.value[in[at] & 0x7F] : -1;
@@ -113,8 +115,8 @@ char* writeSoftBreak(char* o) {
 // line feed as much as 0x3D and 0x0A are.
 enum QpKind : uint8_t { kQpText, kQpBlank, kQpEquals, kQpLineFeed };
 struct QpByteTable {
-    QpKind kind[256];
-    QpByteTable() {
+    QpKind kind[256] = {};
+    constexpr QpByteTable() {
         for (int c = 0; c < 256; ++c) {
             int low = c & 0x7F;
             kind[c] = low == '=' ? kQpEquals
@@ -124,7 +126,7 @@ struct QpByteTable {
         }
     }
 };
-const QpByteTable g_qpByte;
+constexpr QpByteTable g_qpByte;
 
 // Whether only trailing white space stands between `at` and the line's end.
 bool onlyBlanksToLineEnd(const uint8_t* in, uint32_t at, uint32_t count) {

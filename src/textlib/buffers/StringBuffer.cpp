@@ -57,9 +57,9 @@ long findFolded(const char* text, size_t textLen, const char* find, size_t findL
 // pairs 0xD7 with 0xF7 and 0xDF with 0xFF, which are no letter pair; kept,
 // since stored names and keys were compared in this form.
 struct CaseTables {
-    unsigned char lower[256];
-    unsigned char upper[256];
-    CaseTables() {
+    unsigned char lower[256] = {};
+    unsigned char upper[256] = {};
+    constexpr CaseTables() {
         for (int c = 0; c < 256; ++c) {
             lower[c] = static_cast<unsigned char>(
                 (c >= 'A' && c <= 'Z') || (c >= 0xC0 && c <= 0xDF) ? c + 0x20 : c);
@@ -68,7 +68,7 @@ struct CaseTables {
         }
     }
 };
-const CaseTables g_case;
+constexpr CaseTables g_case;  // built at compile time: safe in static initializers
 
 StringBuffer* makeToken(const char* bytes, int length) {
     auto* token = new StringBuffer(length + 1);
