@@ -6,7 +6,14 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -25,6 +32,24 @@ std::vector<std::string> Search(const std::string& pattern, uint32_t& error) {
     while (search.Next(entry)) names.push_back(entry.name + (entry.isDirectory ? "/" : ""));
     error = search.error();
     return names;
+}
+
+// Becomes root of a new user and mount namespace (this process only) and
+// mounts a 64 KiB file system at `where`; false where the system forbids it.
+bool MountTinyFileSystem(const std::string& where) {
+    const unsigned uid = ::getuid(), gid = ::getgid();
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    auto put = [](const char* file, const std::string& text) {
+        int fd = ::open(file, O_WRONLY);
+        bool ok = fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        if (fd >= 0) ::close(fd);
+        return ok;
+    };
+    put("/proc/self/setgroups", "deny");
+    if (!put("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
+        !put("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1"))
+        return false;
+    return ::mount("none", where.c_str(), "tmpfs", 0, "size=64k") == 0;
 }
 
 }  // namespace
@@ -122,4 +147,26 @@ TEST(Files, AppendToFileCreatesOnlyFilesAndRefusesOtherKinds) {
     EXPECT_EQ("a\nb\n", ReadFile(dir.file("log")));
     EXPECT_EQ(kErrorPathNotFound, AppendToFile(dir.file("no/log"), "x"));
     EXPECT_EQ(kErrorAccessDenied, AppendToFile(dir.path(), "x"));
+}
+
+// A full disk below the seam: the copy must fail with 112 and leave nothing,
+// neither a partial target nor its temporary file.
+TEST(CopyFileDurably, DiskFullLeavesNoPartialCopy) {
+    TempDir dir;
+    ASSERT_TRUE(WriteFile(dir.file("big"), std::string(200000, 'x')));
+    std::filesystem::create_directory(dir.file("tiny"));
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        if (!MountTinyFileSystem(dir.file("tiny"))) ::_exit(77);
+        const uint32_t error = CopyFileDurably(dir.file("big"), dir.file("tiny/big"), true);
+        std::error_code ec;
+        const bool empty = std::filesystem::is_empty(dir.file("tiny"), ec);
+        ::_exit(error == kErrorDiskFull && empty ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user namespaces here: disk-full case skipped";
+    EXPECT_EQ(0, WEXITSTATUS(status)) << "wrong error or a leftover file on the full disk";
 }
