@@ -216,6 +216,87 @@ uint32_t decodeQpLine(const uint8_t* in, uint32_t at, uint32_t count, uint8_t*& 
     o = keep;
     return count;
 }
+
+// Quoted-printable output of one input block: the column of the current line
+// decides escapes at a line start and the soft breaks that keep lines short.
+struct QpWriter {
+    const uint8_t* in;
+    uint32_t count;
+    int limit;  // the line length less the "=" of a soft break
+    char* o;
+    int col = 0;
+
+    // Most bytes stand inside a line, far from its limit: no line-start rule
+    // and no soft break. One copy serves text and escapes alike, to spare the
+    // branch that mixed text would mispredict. False when the byte's place
+    // matters.
+    bool writeInline(uint32_t i) {
+        if (col == 0 || col > limit - 4) return false;
+        const QpOutEntry& e = g_qp.entry[in[i]];
+        uint32_t next = i + 1 < count ? i + 1 : i;
+        bool blankAtLineEnd = (e.kind == kQpOutBlank) & ((i + 1 == count) | (in[next] == '\r'));
+        if ((e.kind == kQpCr) | blankAtLineEnd) return false;
+        std::memcpy(o, e.text, 4);
+        o += e.length;
+        col += e.length;
+        return true;
+    }
+
+    // One byte, or a CR LF pair, by the full rules; returns the next position.
+    uint32_t writePlaced(uint32_t i) {
+        uint8_t b = in[i];
+        if (col == 0 && startsLineEscape(i)) {
+            escape(b);
+        } else if (g_qp.entry[b].kind == kQpLiteral) {
+            put(b);
+        } else if (isCrlfAt(in, i, count)) {
+            *o++ = '\r';
+            *o++ = '\n';
+            col = 0;
+            return i + 2;
+        } else if ((b == ' ' || b == '\t') && i + 1 < count && !isCrlfAt(in, i + 1, count)) {
+            put(b);
+        } else {
+            if (col >= limit - 2) softBreak();
+            escape(b);
+        }
+        // No soft break behind the last byte: the text adds no line end of its own.
+        if (col >= limit && i + 1 < count && !isCrlfAt(in, i + 1, count)) softBreak();
+        return i + 1;
+    }
+
+    // "." and "From " at a line start would mean something to a mail transport.
+    bool startsLineEscape(uint32_t i) const {
+        return in[i] == '.' ||
+               (in[i] == 'F' && count - i >= 5 && std::memcmp(in + i + 1, "rom ", 4) == 0);
+    }
+    void put(uint8_t b) {
+        *o++ = static_cast<char>(b);
+        ++col;
+    }
+    void escape(uint8_t b) {
+        o = writeQpEscape(o, b);
+        col += 3;
+    }
+    void softBreak() {
+        o = writeSoftBreak(o);
+        col = 0;
+    }
+};
+
+// Four base64 digits to three bytes; false, writing nothing, when any of the
+// four is not a digit.
+bool decodeWholeGroup(const uint8_t* in, uint8_t*& o) {
+    const uint8_t* table = g_base64.value;
+    uint8_t a = table[in[0]], b = table[in[1]], c = table[in[2]], d = table[in[3]];
+    if ((a | b | c | d) >= 64) return false;
+    uint32_t v = (uint32_t{a} << 18) | (uint32_t{b} << 12) | (uint32_t{c} << 6) | d;
+    o[0] = static_cast<uint8_t>(v >> 16);
+    o[1] = static_cast<uint8_t>(v >> 8);
+    o[2] = static_cast<uint8_t>(v);
+    o += 3;
+    return true;
+}
 }  // namespace
 
 uint64_t ContentCoding::base64EncodedSize(uint64_t count, int lineLength) {
@@ -272,26 +353,17 @@ bool ContentCoding::decodeBase64(const char* text, uint32_t count, DataBuffer& o
     uint8_t* start = out.reserveTail(count / 4 * 3 + 3);
     if (!start) return false;
     const auto* in = reinterpret_cast<const uint8_t*>(text);
-    const uint8_t* table = g_base64.value;
     uint8_t* o = start;
     uint32_t bits = 0;
     int digits = 0;
     uint32_t i = 0;
     while (i < count) {
         // Whole groups of four digits, the common case, go in one step.
-        if (digits == 0 && i + 4 <= count) {
-            uint8_t a = table[in[i]], b = table[in[i + 1]], c = table[in[i + 2]], d = table[in[i + 3]];
-            if ((a | b | c | d) < 64) {
-                uint32_t v = (uint32_t{a} << 18) | (uint32_t{b} << 12) | (uint32_t{c} << 6) | d;
-                o[0] = static_cast<uint8_t>(v >> 16);
-                o[1] = static_cast<uint8_t>(v >> 8);
-                o[2] = static_cast<uint8_t>(v);
-                o += 3;
-                i += 4;
-                continue;
-            }
+        if (digits == 0 && i + 4 <= count && decodeWholeGroup(in + i, o)) {
+            i += 4;
+            continue;
         }
-        uint8_t v = table[in[i++]];
+        uint8_t v = g_base64.value[in[i++]];
         if (v == kStop) break;
         if (v == kSkip) continue;
         bits = (bits << 6) | v;
@@ -322,60 +394,11 @@ bool ContentCoding::encodeQuotedPrintable(const void* bytes, uint32_t count,
     if (bound > INT_MAX) return false;
     char* start = out.reserveTail(static_cast<int>(bound));
     if (!start) return false;
-    const auto* in = static_cast<const uint8_t*>(bytes);
-    const int limit = m_lineLength - 1;
-    char* o = start;
-    int col = 0;
-    for (uint32_t i = 0; i < count; ++i) {
-        uint8_t b = in[i];
-        // Most bytes stand inside a line, far from its limit: no line-start
-        // rule and no soft break. One copy serves text and escapes alike, to
-        // spare the branch that mixed text would mispredict.
-        if (col > 0 && col <= limit - 4) {
-            const QpOutEntry& e = g_qp.entry[b];
-            uint32_t next = i + 1 < count ? i + 1 : i;
-            bool blankAtLineEnd =
-                (e.kind == kQpOutBlank) & ((i + 1 == count) | (in[next] == '\r'));
-            if ((e.kind != kQpCr) & !blankAtLineEnd) {
-                std::memcpy(o, e.text, 4);
-                o += e.length;
-                col += e.length;
-                continue;
-            }
-        }
-        bool lineStartEscape =
-            col == 0 && (b == '.' ||
-                         (b == 'F' && count - i >= 5 && std::memcmp(in + i + 1, "rom ", 4) == 0));
-        if (lineStartEscape) {
-            o = writeQpEscape(o, b);
-            col += 3;
-        } else if (g_qp.entry[b].kind == kQpLiteral) {
-            *o++ = static_cast<char>(b);
-            ++col;
-        } else if (b == '\r' && isCrlfAt(in, i, count)) {
-            *o++ = '\r';
-            *o++ = '\n';
-            ++i;
-            col = 0;
-            continue;
-        } else if ((b == ' ' || b == '\t') && i + 1 < count && !isCrlfAt(in, i + 1, count)) {
-            *o++ = static_cast<char>(b);
-            ++col;
-        } else {
-            if (col >= limit - 2) {
-                o = writeSoftBreak(o);
-                col = 0;
-            }
-            o = writeQpEscape(o, b);
-            col += 3;
-        }
-        // No soft break behind the last byte: the text adds no line end of its own.
-        if (col >= limit && i + 1 < count && !isCrlfAt(in, i + 1, count)) {
-            o = writeSoftBreak(o);
-            col = 0;
-        }
+    QpWriter writer{static_cast<const uint8_t*>(bytes), count, m_lineLength - 1, start};
+    for (uint32_t i = 0; i < count;) {
+        i = writer.writeInline(i) ? i + 1 : writer.writePlaced(i);
     }
-    out.commitTail(static_cast<int>(o - start));
+    out.commitTail(static_cast<int>(writer.o - start));
     return true;
 }
 
