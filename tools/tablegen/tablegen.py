@@ -90,6 +90,10 @@ NOT_ASCII = {37, 500, 870, 875, 1026, 1047, 1140, 1141, 1142, 1143, 1144, 1145,
              20278, 20280, 20284, 20285, 20290, 20297, 20420, 20423, 20424,
              20838, 20871, 20880, 20905, 20924, 21025}
 MULTI_BYTE = [932, 936, 949, 950, 1361, 51932, 51949]
+# ISO 8859 pages: the C1 controls 0x80-0x9F are no characters of these
+# charsets in mail, so they stay unmapped and a conversion reports them.
+NO_C1 = {28591, 28592, 28593, 28594, 28595, 28596, 28597, 28598, 28599, 28600,
+         28601, 28603, 28605, 38598}
 # Pages whose stored constant is another page's: they hold the same data.
 SAME_AS = {51936: 936, 52936: 936}
 
@@ -203,6 +207,8 @@ def decode_map(cp):
     result = {}
     singles = set()
     for b in range(256):
+        if cp in NO_C1 and 0x80 <= b <= 0x9F:
+            continue
         s = dec(bytes([b]))
         if s is not None and len(s) == 1:
             result[bytes([b])] = ord(s)

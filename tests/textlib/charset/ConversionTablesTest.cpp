@@ -12,10 +12,13 @@
 
 #include "support/TestPaths.h"
 #include "textlib/buffers/DataBuffer.h"
+#include "textlib/charset/BrelkinBzip2.h"
 #include "textlib/charset/ConversionTables.h"
 #include "textlib/charset/EncodingConvert.h"
 #include "textlib/charset/HashConvert.h"
+#include "textlib/charset/TableBase64.h"
 #include "textlib/charset/UnicodeLookup.h"
+#include "textlib/charset/tables/StoredTables.h"
 
 using brelkin::ConversionTables;
 using brelkin::DataBuffer;
@@ -135,6 +138,28 @@ TEST(ConversionTables, EveryPageMatchesItsSourceBothWays) {
         const std::vector<std::string> faults = WalkPage(codePage, ref);
         EXPECT_TRUE(faults.empty()) << faults.size() << " faults, first: " << faults.front();
     }
+}
+
+TEST(ConversionTables, StoredFormOfLatin1) {
+    // "c", then Base64 of magic, size and a bzip2 stream of the table proper.
+    const textlib_tables::StoredTable* stored = textlib_tables::storedTable(28591);
+    ASSERT_NE(stored, nullptr);
+    std::string text;
+    for (uint32_t i = 0; i < stored->pieceCount; ++i)
+        text += stored->pieces[i];
+    ASSERT_EQ(text.substr(0, 6), "c4aeUs");
+    DataBuffer packed;
+    ASSERT_TRUE(brelkin::TableBase64::decode(text.c_str() + 1, static_cast<uint32_t>(text.size() - 1), packed));
+    const std::string head(reinterpret_cast<const char*>(packed.getData()), 8);
+    ASSERT_EQ(Hex(head.substr(0, 4)), "e1a794b3");
+    const uint32_t size = static_cast<uint8_t>(head[4]) | static_cast<uint8_t>(head[5]) << 8;
+    DataBuffer table;
+    table.ensureCapacity(size + 20);
+    ASSERT_TRUE(brelkin::BrelkinBzip2::unpackInto(packed.getData() + 8, packed.getSize() - 8, table));
+    ASSERT_EQ(table.getSize(), size);
+    const std::string proper(reinterpret_cast<const char*>(table.getData()), 8);
+    // Flags, then (code delta, Unicode delta): (0xA0, 0x00A0), (1, 1).
+    EXPECT_EQ(Hex(proper), "6175a0a000010100");
 }
 
 TEST(ConversionTables, PagesWithoutRouteConvertToNothing) {

@@ -90,6 +90,8 @@ TEST(EncodingConvert, TableRoutesAndResults) {
         {"1252 to utf-8", 1252, 65001, "caf\xE9 \x80", "caf\xC3\xA9 \xE2\x82\xAC", true},
         {"missing character dropped, rest arrives", 65001, 1252, "a\xE4\xB8\x80" "b", "ab", false},
         {"first stage does not decide", 1253, 65001, "a\xAA" "b", "ab", true},
+        {"latin-1 C1 byte is no character", 28591, 1252, "a\x93", "a", true},
+        {"latin-1 C1 byte to utf-16 decides", 28591, 1200, "\x93", "", false},
         {"table to table", 1252, 28591, "\xE9", "\xE9", true},
         {"unmapped byte to utf-16 decides", 1253, 1200, "\xAA", "", false},
         {"arabic-indic digit folds", 1200, 1256, B("\x63\x06", 2), "3", true},
