@@ -1,0 +1,150 @@
+// HtmlScanTest.cpp - charset sniffing, tag attributes, tag clean-up, URL decoding
+#include "textlib/scan/HtmlScan.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "textlib/buffers/StringBuffer.h"
+#include "textlib/log/Logger.h"
+
+using brelkin::StringBuffer;
+
+TEST(GetCharsetFromHtml, FindsTheDeclaredCharset) {
+    struct Case {
+        const char* name;
+        const char* page;
+        const char* want;  // "UNTOUCHED" when out must keep its old value
+    };
+    const Case cases[] = {
+        {"classic meta",
+         "<html><head><META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; "
+         "charset=iso-8859-1\"></head>",
+         "iso-8859-1"},
+        {"single quotes", "<meta http-equiv='content-type' content='text/html;charset=utf-8'>",
+         "utf-8"},
+        {"unquoted attributes, quoted by the clean-up",
+         "<meta http-equiv=Content-Type content=text/html;charset=koi8-r>", "koi8-r"},
+        {"gt inside quoted value",
+         "<meta name=\"x\" content=\"a>b\"><meta http-equiv=\"Content-Type\" "
+         "content=\"text/html; charset=windows-1252\">",
+         "windows-1252"},
+        {"charset then more parameters",
+         "<meta http-equiv=\"content-type\" content=\"text/html; charset=shift_jis; x=y\">",
+         "shift_jis"},
+        {"charset attribute beside http-equiv",
+         "<meta http-equiv=\"Content-Type\" content=\"text/html\" charset=\"gb2312\">", "gb2312"},
+        {"content without charset and no attribute",
+         "<meta http-equiv=\"Content-Type\" content=\"text/html\">", ""},
+        {"meta charset alone", "<meta charset=\"utf-8\">", "UNTOUCHED"},
+        {"other meta first",
+         "<META NAME=\"generator\" CONTENT=\"x\">\r\n<META\r\n HTTP-EQUIV=\"Content-Type\"\r\n"
+         " CONTENT=\"text/html; charset=big5\">",
+         "big5"},
+        {"xml declaration", "<?xml version=\"1.0\" encoding=\"utf-8\"?><root/>", "utf-8"},
+        {"xml declaration single quotes", "<?xml version='1.0' encoding='utf-8'?>", "UNTOUCHED"},
+        {"xml declaration unclosed", "<?xml version=\"1.0\" encoding=\"utf-8", "UNTOUCHED"},
+        {"meta wins over xml",
+         "<?xml version=\"1.0\" encoding=\"utf-8\"?><meta http-equiv=\"Content-Type\" "
+         "content=\"text/html; charset=euc-kr\">",
+         "euc-kr"},
+        {"unclosed meta tag reads the added close",
+         "<meta http-equiv=\"Content-Type\" content=\"text/html; charset=", ">"},
+        {"nothing", "<html><body>plain</body></html>", "UNTOUCHED"},
+        {"empty", "", "UNTOUCHED"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        StringBuffer out("UNTOUCHED");
+        brelkin::getCharsetFromHtml(c.page, out);
+        EXPECT_STREQ(out.getString(), c.want);
+    }
+}
+
+TEST(GetTagAttribute, ReadsQuotedValues) {
+    struct Case {
+        const char* tag;
+        const char* name;
+        const char* want;
+    };
+    const Case cases[] = {
+        {"<a HREF=\" x\\y \">", "href", "x/y"},
+        {"<a href='v'>", "HREF", "v"},
+        {"<a href=\"unclosed>", "href", ""},
+        {"<a href=v>", "href", ""},
+        {"<a title=\"t\">", "href", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.tag);
+        StringBuffer out("junk");
+        brelkin::getTagAttribute(c.tag, c.name, out);
+        EXPECT_STREQ(out.getString(), c.want);
+    }
+}
+
+TEST(CleanHtmlTag, RebuildsTagsInRegularForm) {
+    struct Case {
+        const char* input;
+        const char* want;
+        const char* label;
+    };
+    const Case cases[] = {
+        {"no tag at all", "", "clean_tag_1"},
+        {"<br >", "<br>", "clean_tag_2"},
+        {"<a href=x>", "<a href=\"x\">", "clean_tag_4"},
+        {"<a title=x\"y>", "<a title='x\"y'>", "clean_tag_4"},
+        {"<a  b=\"1\"\r\n c='2'>", "<a b=\"1\" c='2'>", "clean_tag_4"},
+        {"<input checked name=\"n\">", "<input checked name=\"n\">", "clean_tag_4"},
+        {"<a x:y=\"1\" >", "<a xy=\"1\">", "clean_tag_4"},
+        {"<a href=\"q\\\"q\">", "<a href=\"q&quot;q\">", "clean_tag_4"},
+        {"<img src=\"a\" />", "<img src=\"a\" />", "clean_tag_6"},
+        {"<a b=\"1\" 2>", "<a b=\"1\" 2>", "clean_tag_6"},
+        {"<a b \"c\">", "<a>", "clean_tag_3"},
+        {"<a b=\"1\"", "<a b=\"1\">", "clean_tag_3"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer out("junk");
+        brelkin::Logger log;
+        brelkin::cleanHtmlTag(c.input, out, &log);
+        EXPECT_STREQ(out.getString(), c.want);
+        StringBuffer text;
+        log.getText(text);
+        EXPECT_NE(std::string(text.getString()).find(std::string(c.label) + ": "),
+                  std::string::npos)
+            << text.getString();
+    }
+}
+
+TEST(CleanHtmlTag, StopsAfter101Attributes) {
+    std::string tag = "<a";
+    for (int i = 0; i < 300; ++i) tag += " k=v";
+    tag += ">";
+    StringBuffer out;
+    brelkin::Logger log;
+    brelkin::cleanHtmlTag(tag.c_str(), out, &log);
+    EXPECT_EQ(std::string(out.getString()).size(), 2 + 101 * std::string(" k=\"v\"").size());
+    StringBuffer text;
+    log.getText(text);
+    EXPECT_NE(std::string(text.getString()).find("clean_tag_5"), std::string::npos);
+}
+
+TEST(UrlDecode, DecodesPlusAndPercent) {
+    struct Case {
+        const char* input;
+        std::string want;
+    };
+    const Case cases[] = {
+        {"a+b%41%7a", "a bAz"},
+        {"a%2", "a"},
+        {"a%", "a"},
+        {"%zz1", "%zz1"},
+        {"x%00y", std::string("x\0y", 3)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer text(c.input);
+        brelkin::urlDecode(text);
+        EXPECT_EQ(std::string(text.getString(), text.getSize()), c.want);
+    }
+}

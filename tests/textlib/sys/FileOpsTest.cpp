@@ -1,0 +1,339 @@
+// FileOpsTest.cpp - file names, opening rules, sharing retries, reads, writes, loadFile
+#include "textlib/sys/FileOps.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "SysCallSpy.h"
+#include "platform/FileIo.h"
+#include "support/TestPaths.h"
+#include "textlib/buffers/DataBuffer.h"
+#include "textlib/buffers/StringBuffer.h"
+#include "textlib/log/Logger.h"
+#include "textlib/sys/BrelkinHandle.h"
+
+using brelkin::BrelkinHandle;
+using brelkin::Logger;
+using brelkin::StringBuffer;
+
+namespace {
+
+std::string xmlOf(Logger& log) {
+    StringBuffer out;
+    log.getXml(out);
+    return out.getString();
+}
+
+mode_t modeOf(const std::string& path) {
+    struct stat st {};
+    stat(path.c_str(), &st);
+    return st.st_mode & 0777;
+}
+
+// Another process holding an exclusive lock on a file, the POSIX meaning of a
+// program that opened it without sharing. Released when the object goes.
+class LockHolder {
+public:
+    LockHolder(const std::string& path, const std::string& marker) {
+        std::string command = "/usr/bin/python3 -c \"import fcntl,sys; f=open('" + path +
+                              "','a'); fcntl.flock(f, fcntl.LOCK_EX); open('" + marker +
+                              "','w').close(); sys.stdin.read()\"";
+        pipe_ = popen(command.c_str(), "w");
+        for (int i = 0; i < 500 && !markerExists(marker); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+    ~LockHolder() {
+        if (pipe_) pclose(pipe_);
+    }
+    static bool markerExists(const std::string& marker) {
+        struct stat st {};
+        return stat(marker.c_str(), &st) == 0;
+    }
+
+private:
+    FILE* pipe_ = nullptr;
+};
+
+}  // namespace
+
+TEST(CleanFilename, ReplacesForbiddenCharacters) {
+    struct Case {
+        const char* input;
+        const char* want;
+    };
+    const Case cases[] = {
+        {"C:\\a:b", "C:\\a_b"},
+        {"abcdefgh:ij", "abcdefgh_ij"},
+        {":abc", ":abc"},
+        {":a:b", ":a:b"},  // a colon first of all: the colon step does nothing
+        {"a|b*c", "a_b_c"},
+        {"C:\\dir\\f.txt", "C:\\dir\\f.txt"},
+        {"abcdefg:h:i", "abcdefg:h_i"},  // position 7 is still a drive colon
+        {"x:_COLON_:y", "x::_y"},        // kept quirk: an existing _COLON_ comes back as ":"
+        {"<a>\"b\"?", "_a__b_?"},        // a question mark stays
+        {"\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9:a:b", "\xc3\xa9\xc3\xa9\xc3\xa9\xc3\xa9:a_b"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer name(c.input);
+        brelkin::cleanFilename(name, nullptr);
+        EXPECT_STREQ(name.getString(), c.want);
+    }
+}
+
+TEST(CleanFilename, LogsBeforeAndAfter) {
+    Logger log;
+    StringBuffer name("C:\\a:b|c");
+    brelkin::cleanFilename(name, &log);
+    std::string xml = xmlOf(log);
+    EXPECT_NE(xml.find("<info>The : character is not allowed in Windows filenames..</info>\r\n"
+                       "<filename>C:\\a:b|c</filename>\r\n"
+                       "<modifiedFilename>C:\\a_b|c</modifiedFilename>"),
+              std::string::npos)
+        << xml;
+    EXPECT_NE(xml.find("<info>The | character is not allowed in Windows filenames.</info>\r\n"
+                       "<filename>C:\\a_b|c</filename>"),
+              std::string::npos)
+        << xml;
+}
+
+TEST(LongPathForm, PrefixesByKindOfPath) {
+    struct Case {
+        const char* input;
+        const char* want;
+    };
+    const Case cases[] = {
+        {"\\\\server\\share\\f", "\\\\?\\UNC\\server\\share\\f"},
+        {"\\\\?\\C:\\x", "\\\\?\\C:\\x"},
+        {"C:\\dir\\f", "\\\\?\\C:\\dir\\f"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.input);
+        StringBuffer out("junk");
+        brelkin::longPathFormOf(c.input, out);
+        EXPECT_STREQ(out.getString(), c.want);
+    }
+}
+
+TEST(OpenRoute, NarrowBelow260CharactersWhenAnsiFits) {
+    EXPECT_TRUE(brelkin::takesNarrowRoute(259, true));
+    EXPECT_FALSE(brelkin::takesNarrowRoute(260, true));
+    EXPECT_FALSE(brelkin::takesNarrowRoute(10, false));
+}
+
+TEST(FileOps, WritesAndReadsBack) {
+    testsupport::TempDir dir;
+    const std::string path = dir.file("data.bin");
+    const std::string data = "hello\0world";
+    ASSERT_TRUE(brelkin::writeWholeFile(path.c_str(), data.data(), 11, nullptr));
+
+    uint32_t errorCode = 99;
+    BrelkinHandle* file = brelkin::openForRead(path.c_str(), &errorCode, nullptr);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->getSize32(nullptr), 11u);
+    EXPECT_EQ(file->getSize64(nullptr), 11);
+    char buffer[32] = {};
+    uint32_t got = 0;
+    bool eof = true;
+    EXPECT_TRUE(file->read(buffer, sizeof buffer, &got, &eof, nullptr));
+    EXPECT_EQ(std::string(buffer, got), std::string(data.data(), 11));
+    EXPECT_FALSE(eof);
+    EXPECT_TRUE(file->read(buffer, sizeof buffer, &got, &eof, nullptr));
+    EXPECT_EQ(got, 0u);
+    EXPECT_TRUE(eof);
+    delete file;
+}
+
+TEST(FileOps, RefusesBadArguments) {
+    testsupport::TempDir dir;
+    Logger log;
+    BrelkinHandle closed;
+    EXPECT_FALSE(closed.write("x", 1, 0, nullptr, &log));
+    EXPECT_TRUE(closed.getSize64(nullptr) < 0);
+    BrelkinHandle* file = brelkin::createForWrite(dir.file("f").c_str(), nullptr, nullptr);
+    ASSERT_NE(file, nullptr);
+    EXPECT_FALSE(file->read(nullptr, 5, nullptr, nullptr, &log));
+    EXPECT_TRUE(file->write("x", 0, 0, nullptr, &log));
+    delete file;
+    EXPECT_EQ(brelkin::openForRead("", nullptr, nullptr), nullptr);
+    EXPECT_FALSE(brelkin::writeWholeFile("", "x", 1, nullptr));
+    EXPECT_FALSE(brelkin::getAttributes("", nullptr, nullptr, &log));
+    std::string xml = xmlOf(log);
+    EXPECT_NE(xml.find("Failed to write because file is not open."), std::string::npos);
+    EXPECT_NE(xml.find("NULL buf or bufSize"), std::string::npos);
+    EXPECT_NE(xml.find("GetAttributes: filename is empty"), std::string::npos);
+}
+
+TEST(FileOps, MissingFileGivesPathClassWithLog) {
+    testsupport::TempDir dir;
+    struct Case {
+        const char* name;
+        std::string path;
+        uint32_t rawCode;
+        uint32_t classWithLog;
+    };
+    const Case cases[] = {
+        {"file missing", dir.file("none.txt"), 2, 3},
+        {"folder missing", dir.file("nodir/none.txt"), 3, 2},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        uint32_t errorCode = 0;
+        EXPECT_EQ(brelkin::openForRead(c.path.c_str(), &errorCode, nullptr), nullptr);
+        EXPECT_EQ(errorCode, c.rawCode);
+        Logger log;
+        EXPECT_EQ(brelkin::openForRead(c.path.c_str(), &errorCode, &log), nullptr);
+        EXPECT_EQ(errorCode, c.classWithLog);
+        std::string xml = xmlOf(log);
+        EXPECT_NE(xml.find("<error>Failed to open file (2)</error>"), std::string::npos);
+        EXPECT_NE(xml.find("<Filename>" + c.path + "</Filename>"), std::string::npos);
+    }
+}
+
+TEST(FileOps, NonAsciiNameLogsTheWideRoute) {
+    testsupport::TempDir dir;
+    const std::string path = dir.file("f\xc3\xa9.txt");
+    Logger log;
+    EXPECT_EQ(brelkin::openForRead(path.c_str(), nullptr, &log), nullptr);
+    EXPECT_NE(xmlOf(log).find("<utf8Filename>" + path), std::string::npos);
+    ASSERT_TRUE(brelkin::writeWholeFile(path.c_str(), "ab", 2, nullptr));
+    brelkin::DataBuffer buffer;
+    ASSERT_TRUE(buffer.loadFile(path.c_str(), nullptr));
+    EXPECT_EQ(buffer.getSize(), 2u);
+}
+
+TEST(FileOps, ReadOnlyFileOpenedForWritingLosesTheBit) {
+    testsupport::TempDir dir;
+    const std::string path = dir.file("ro.txt");
+    ASSERT_TRUE(testsupport::WriteFile(path, "old"));
+    ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+    uint32_t attributes = 0;
+    ASSERT_TRUE(brelkin::getAttributes(path.c_str(), &attributes, nullptr, nullptr));
+    EXPECT_EQ(attributes & platform::kFileAttributeReadOnly, platform::kFileAttributeReadOnly);
+
+    BrelkinHandle handle;
+    ASSERT_TRUE(brelkin::createForWriteInto(handle, path.c_str(), nullptr, nullptr));
+    EXPECT_TRUE(handle.write("new", 3, 0, nullptr, nullptr));
+    handle.close();
+    EXPECT_EQ(testsupport::ReadFile(path), "new");
+    EXPECT_NE(modeOf(path) & 0200, 0u);
+}
+
+TEST(FileOps, WriterSharesNothingWithinTheProcess) {
+    testsupport::TempDir dir;
+    const std::string path = dir.file("w.txt");
+    BrelkinHandle* writer = brelkin::createForWrite(path.c_str(), nullptr, nullptr);
+    ASSERT_NE(writer, nullptr);
+    uint32_t errorCode = 0;
+    EXPECT_EQ(brelkin::openForRead(path.c_str(), &errorCode, nullptr), nullptr);
+    EXPECT_EQ(errorCode, platform::kErrorSharingViolation);
+    delete writer;
+
+    BrelkinHandle* reader1 = brelkin::openForRead(path.c_str(), nullptr, nullptr);
+    BrelkinHandle* reader2 = brelkin::openForRead(path.c_str(), nullptr, nullptr);
+    EXPECT_NE(reader1, nullptr);
+    EXPECT_NE(reader2, nullptr);
+    delete reader1;
+    delete reader2;
+}
+
+TEST(FileOps, FileLockedByAnotherProcessIsTriedFourTimes) {
+    testsupport::TempDir dir;
+    const std::string path = dir.file("locked.txt");
+    const std::string marker = dir.file("locked.marker");
+    ASSERT_TRUE(testsupport::WriteFile(path, "content"));
+    LockHolder holder(path, marker);
+    ASSERT_TRUE(LockHolder::markerExists(marker)) << "the helper process did not take its lock";
+
+    syscallspy::reset();
+    uint32_t errorCode = 0;
+    Logger log;
+    auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(brelkin::openForRead(path.c_str(), &errorCode, &log), nullptr);
+    auto elapsed = std::chrono::steady_clock::now() - started;
+    EXPECT_EQ(syscallspy::nonBlockingLocks(), 4u);
+    EXPECT_GE(elapsed, std::chrono::milliseconds(150));
+    EXPECT_EQ(errorCode, 3u);
+
+    // A writer is refused without touching the content.
+    EXPECT_EQ(brelkin::createForWrite(path.c_str(), &errorCode, nullptr), nullptr);
+    EXPECT_EQ(errorCode, platform::kErrorSharingViolation);
+    EXPECT_EQ(testsupport::ReadFile(path), "content");
+}
+
+TEST(FileOps, LargeWriteGoesOutInPiecesOfTenMillionBytes) {
+    testsupport::TempDir dir;
+    const std::string data(25000000, 'x');
+    BrelkinHandle* file = brelkin::createForWrite(dir.file("big").c_str(), nullptr, nullptr);
+    ASSERT_NE(file, nullptr);
+    syscallspy::reset();
+    uint64_t written = 0;
+    EXPECT_TRUE(file->write(data.data(), static_cast<uint32_t>(data.size()), 0, &written, nullptr));
+    EXPECT_EQ(written, data.size());
+    EXPECT_EQ(syscallspy::largeWrites(1000000), 3u);
+    EXPECT_EQ(syscallspy::largeWrites(10000001), 0u);
+    EXPECT_EQ(file->getSize64(nullptr), 25000000);
+    delete file;
+}
+
+TEST(FileOps, StreamHandleReadsToEnd) {
+    std::FILE* stream = std::tmpfile();
+    ASSERT_NE(stream, nullptr);
+    std::fputs("abc", stream);
+    std::rewind(stream);
+    BrelkinHandle handle;
+    handle.adoptStream(stream);
+    EXPECT_EQ(handle.getSize32(nullptr), 3u);
+    char buffer[8];
+    uint32_t got = 0;
+    bool eof = false;
+    EXPECT_TRUE(handle.read(buffer, sizeof buffer, &got, &eof, nullptr));
+    EXPECT_EQ(got, 3u);
+    EXPECT_TRUE(eof);
+}
+
+TEST(FileOps, TakeFromMovesTheFile) {
+    testsupport::TempDir dir;
+    BrelkinHandle* opened = brelkin::createForWrite(dir.file("t").c_str(), nullptr, nullptr);
+    ASSERT_NE(opened, nullptr);
+    BrelkinHandle target;
+    target.takeFrom(*opened);
+    EXPECT_TRUE(target.isOpen());
+    EXPECT_FALSE(opened->isOpen());
+    delete opened;
+    EXPECT_TRUE(target.write("ok", 2, 0, nullptr, nullptr));
+}
+
+TEST(DataBufferLoadFile, KeepsFourZeroBytesBehindTheData) {
+    testsupport::TempDir dir;
+    ASSERT_TRUE(testsupport::WriteFile(dir.file("a"), "abcdef"));
+    brelkin::DataBuffer buffer;
+    buffer.append("stale", 5);
+    ASSERT_TRUE(buffer.loadFile(dir.file("a").c_str(), nullptr));
+    ASSERT_EQ(buffer.getSize(), 6u);
+    EXPECT_EQ(buffer.getCapacity(), 10u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(buffer.getData()), 10),
+              std::string("abcdef\0\0\0\0", 10));
+}
+
+TEST(DataBufferLoadFile, EmptyAndMissingFiles) {
+    testsupport::TempDir dir;
+    ASSERT_TRUE(testsupport::WriteFile(dir.file("empty"), ""));
+    brelkin::DataBuffer buffer;
+    buffer.append("stale", 5);
+    EXPECT_TRUE(buffer.loadFile(dir.file("empty").c_str(), nullptr));
+    EXPECT_EQ(buffer.getSize(), 0u);
+
+    buffer.append("stale", 5);
+    Logger log;
+    EXPECT_FALSE(buffer.loadFile(dir.file("missing").c_str(), &log));
+    EXPECT_EQ(buffer.getSize(), 0u);
+    EXPECT_FALSE(buffer.loadFile(nullptr, nullptr));
+}
