@@ -13,9 +13,9 @@
 namespace {
 
 using namespace platform;
-using testsupport::CertificateSpec;
+using testsupport::CertificateShape;
 using testsupport::MakeCertificate;
-using testsupport::ServerSpec;
+using testsupport::ServerSetup;
 using testsupport::TestCertificate;
 using testsupport::TlsServerSession;
 
@@ -105,9 +105,9 @@ const VersionCase kVersions[] = {{"TLS 1.2", TLS1_2_VERSION}, {"TLS 1.3", 0}};
 TEST(SecurityHandshake, ConsumesOnlyWholeRecords) {
     for (const VersionCase& v : kVersions) {
         SCOPED_TRACE(v.name);
-        ServerSpec spec;
-        spec.maxVersion = v.maxVersion;
-        TlsServerSession server(spec);
+        ServerSetup setup;
+        setup.maxVersion = v.maxVersion;
+        TlsServerSession server(setup);
         Client client;
         StepResult r = client.Step("");
         ASSERT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
@@ -141,9 +141,9 @@ TEST(SecurityHandshake, ConsumesOnlyWholeRecords) {
 }
 
 TEST(SecurityHandshake, BytesBehindTheLastFlightComeBackAsExtra) {
-    ServerSpec spec;
-    spec.maxVersion = TLS1_2_VERSION;  // the server's flight is the last one only here
-    TlsServerSession server(spec);
+    ServerSetup setup;
+    setup.maxVersion = TLS1_2_VERSION;  // the server's flight is the last one only here
+    TlsServerSession server(setup);
     Client client;
     StepResult r = client.Step("");
     server.Feed(r.output);
@@ -172,10 +172,10 @@ TEST(SecurityHandshake, GarbageFromTheServerFailsTheStep) {
 TEST(SecurityRecords, DecryptsOneRecordAndHandsBackTheRest) {
     for (const VersionCase& v : kVersions) {
         SCOPED_TRACE(v.name);
-        ServerSpec spec;
-        spec.maxVersion = v.maxVersion;
-        spec.tickets = 0;
-        TlsServerSession server(spec);
+        ServerSetup setup;
+        setup.maxVersion = v.maxVersion;
+        setup.tickets = 0;
+        TlsServerSession server(setup);
         Client client;
         ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
 
@@ -198,8 +198,8 @@ TEST(SecurityRecords, DecryptsOneRecordAndHandsBackTheRest) {
 }
 
 TEST(SecurityRecords, CloseNotifyAndTicketsDeliverNothing) {
-    ServerSpec spec;  // TLS 1.3 with the library's session tickets
-    TlsServerSession server(spec);
+    ServerSetup setup;  // TLS 1.3 with the library's session tickets
+    TlsServerSession server(setup);
     Client client;
     ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
     const std::string tickets = server.TakeOutput();
@@ -218,9 +218,9 @@ TEST(SecurityRecords, CloseNotifyAndTicketsDeliverNothing) {
 }
 
 TEST(SecurityRecords, EncryptLaysOutOneRecordInPlace) {
-    ServerSpec spec;
-    spec.tickets = 0;
-    TlsServerSession server(spec);
+    ServerSetup setup;
+    setup.tickets = 0;
+    TlsServerSession server(setup);
     Client client;
     ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
     SecPkgContext_StreamSizes sizes{};
@@ -327,11 +327,11 @@ TEST(SecurityClientCertificate, OfferedOnlyAfterTheServerAsks) {
     for (const Case& k : cases) {
         for (const VersionCase& v : kVersions) {
             SCOPED_TRACE(std::string(k.name) + ", " + v.name);
-            ServerSpec spec;
-            spec.maxVersion = v.maxVersion;
-            spec.requestClientCertificate = true;
-            spec.clientCas = {ca};
-            TlsServerSession server(spec);
+            ServerSetup setup;
+            setup.maxVersion = v.maxVersion;
+            setup.requestClientCertificate = true;
+            setup.clientCas = {ca};
+            TlsServerSession server(setup);
             Client client;
             StepResult r = client.Step("");
             server.Feed(r.output);

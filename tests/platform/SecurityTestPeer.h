@@ -24,7 +24,7 @@ struct TestCertificate {
     std::string keyPem;
 };
 
-struct CertificateSpec {
+struct CertificateShape {
     std::string commonName = "localhost";
     long notBeforeDays = -1;  // relative to now
     long notAfterDays = 30;
@@ -76,24 +76,24 @@ inline void AddExtension(X509* cert, X509* issuer, int nid, const char* value) {
     X509_EXTENSION_free(extension);
 }
 
-inline TestCertificate MakeCertificate(const CertificateSpec& spec) {
+inline TestCertificate MakeCertificate(const CertificateShape& shape) {
     static long serial = 1;
     EVP_PKEY* key = EVP_EC_gen("P-256");
     X509* cert = X509_new();
     X509_set_version(cert, 2);
     ASN1_INTEGER_set(X509_get_serialNumber(cert), serial++);
-    X509_gmtime_adj(X509_getm_notBefore(cert), spec.notBeforeDays * 86400);
-    X509_gmtime_adj(X509_getm_notAfter(cert), spec.notAfterDays * 86400);
+    X509_gmtime_adj(X509_getm_notBefore(cert), shape.notBeforeDays * 86400);
+    X509_gmtime_adj(X509_getm_notAfter(cert), shape.notAfterDays * 86400);
     X509_set_pubkey(cert, key);
     X509_NAME* name = X509_get_subject_name(cert);
     X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                               reinterpret_cast<const unsigned char*>(spec.commonName.c_str()), -1, -1, 0);
-    X509* issuerCert = spec.issuer != nullptr ? CertFromPem(spec.issuer->certPem) : nullptr;
-    EVP_PKEY* issuerKey = spec.issuer != nullptr ? KeyFromPem(spec.issuer->keyPem) : nullptr;
+                               reinterpret_cast<const unsigned char*>(shape.commonName.c_str()), -1, -1, 0);
+    X509* issuerCert = shape.issuer != nullptr ? CertFromPem(shape.issuer->certPem) : nullptr;
+    EVP_PKEY* issuerKey = shape.issuer != nullptr ? KeyFromPem(shape.issuer->keyPem) : nullptr;
     X509_set_issuer_name(cert, issuerCert != nullptr ? X509_get_subject_name(issuerCert) : name);
-    if (spec.isCa) AddExtension(cert, issuerCert ? issuerCert : cert, NID_basic_constraints, "critical,CA:TRUE");
-    if (spec.extendedKeyUsage != nullptr)
-        AddExtension(cert, issuerCert ? issuerCert : cert, NID_ext_key_usage, spec.extendedKeyUsage);
+    if (shape.isCa) AddExtension(cert, issuerCert ? issuerCert : cert, NID_basic_constraints, "critical,CA:TRUE");
+    if (shape.extendedKeyUsage != nullptr)
+        AddExtension(cert, issuerCert ? issuerCert : cert, NID_ext_key_usage, shape.extendedKeyUsage);
     X509_sign(cert, issuerKey != nullptr ? issuerKey : key, EVP_sha256());
     TestCertificate made{ToPem(cert), ToPem(key)};
     X509_free(issuerCert);
@@ -103,8 +103,8 @@ inline TestCertificate MakeCertificate(const CertificateSpec& spec) {
     return made;
 }
 
-struct ServerSpec {
-    TestCertificate certificate = MakeCertificate(CertificateSpec());
+struct ServerSetup {
+    TestCertificate certificate = MakeCertificate(CertificateShape());
     int maxVersion = 0;                   // e.g. TLS1_2_VERSION; 0: the library's highest
     bool requestClientCertificate = false;
     std::vector<TestCertificate> clientCas;  // issuers named in the request
@@ -114,19 +114,19 @@ struct ServerSpec {
 // The server end of one connection; the test carries the bytes both ways.
 class TlsServerSession {
 public:
-    explicit TlsServerSession(const ServerSpec& spec) {
+    explicit TlsServerSession(const ServerSetup& setup) {
         ctx_ = SSL_CTX_new(TLS_server_method());
-        X509* cert = CertFromPem(spec.certificate.certPem);
-        EVP_PKEY* key = KeyFromPem(spec.certificate.keyPem);
+        X509* cert = CertFromPem(setup.certificate.certPem);
+        EVP_PKEY* key = KeyFromPem(setup.certificate.keyPem);
         SSL_CTX_use_certificate(ctx_, cert);
         SSL_CTX_use_PrivateKey(ctx_, key);
         X509_free(cert);
         EVP_PKEY_free(key);
-        if (spec.maxVersion != 0) SSL_CTX_set_max_proto_version(ctx_, spec.maxVersion);
-        if (spec.tickets >= 0) SSL_CTX_set_num_tickets(ctx_, static_cast<size_t>(spec.tickets));
-        if (spec.requestClientCertificate) {
+        if (setup.maxVersion != 0) SSL_CTX_set_max_proto_version(ctx_, setup.maxVersion);
+        if (setup.tickets >= 0) SSL_CTX_set_num_tickets(ctx_, static_cast<size_t>(setup.tickets));
+        if (setup.requestClientCertificate) {
             SSL_CTX_set_verify(ctx_, SSL_VERIFY_PEER, [](int, X509_STORE_CTX*) { return 1; });
-            for (const TestCertificate& ca : spec.clientCas) {
+            for (const TestCertificate& ca : setup.clientCas) {
                 X509* caCert = CertFromPem(ca.certPem);
                 SSL_CTX_add_client_CA(ctx_, caCert);
                 X509_free(caCert);

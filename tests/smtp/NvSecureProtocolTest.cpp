@@ -16,7 +16,7 @@
 
 namespace {
 
-using testsupport::CertificateSpec;
+using testsupport::CertificateShape;
 using testsupport::MakeCertificate;
 using testsupport::TestCertificate;
 using testsupport::TlsTestServer;
@@ -55,7 +55,7 @@ struct Session {
 
 TlsTestServer::Options WithVersion(int maxVersion) {
     TlsTestServer::Options options;
-    options.spec.maxVersion = maxVersion;
+    options.setup.maxVersion = maxVersion;
     return options;
 }
 
@@ -68,7 +68,7 @@ const VersionCase kVersions[] = {{"TLS 1.2", TLS1_2_VERSION}, {"TLS 1.3", 0}};
 TEST(SecureChannelHandshake, AcceptsAnyServerCertificate) {
     struct Case {
         const char* name;
-        CertificateSpec certificate;
+        CertificateShape certificate;
     } cases[] = {
         {"self-signed", {}},
         {"expired", {"localhost", -30, -1}},
@@ -79,7 +79,7 @@ TEST(SecureChannelHandshake, AcceptsAnyServerCertificate) {
         for (const VersionCase& v : kVersions) {
             SCOPED_TRACE(std::string(k.name) + ", " + v.name);
             TlsTestServer::Options options = WithVersion(v.maxVersion);
-            options.spec.certificate = MakeCertificate(k.certificate);
+            options.setup.certificate = MakeCertificate(k.certificate);
             Session s(options);
             ASSERT_TRUE(s.Up());
             s.server.Send(s.server.session().Seal({"220 ready\r\n"}));
@@ -120,8 +120,8 @@ TEST(SecureChannelHandshake, ClientCertificateOnlyWhenAskedAndFound) {
             if (k.storeHoldsOne) testsupport::WriteFile(dir.file("mine.pem"), mine.certPem + mine.keyPem);
             StoreFolder store(dir.path().c_str());
             TlsTestServer::Options options = WithVersion(v.maxVersion);
-            options.spec.requestClientCertificate = true;
-            options.spec.clientCas = {ca};
+            options.setup.requestClientCertificate = true;
+            options.setup.clientCas = {ca};
             Session s(options);
             ASSERT_TRUE(s.Up());
             EXPECT_EQ(s.server.session().ClientCommonName(), k.wantName);
@@ -198,7 +198,7 @@ TEST(SecureChannelRead, LinesAcrossRecords) {
     for (const Case& k : cases) {
         SCOPED_TRACE(k.name);
         TlsTestServer::Options options;
-        options.spec.tickets = 0;
+        options.setup.tickets = 0;
         Session s(options);
         ASSERT_TRUE(s.Up());
         s.server.Send(s.server.session().Seal(k.records));
@@ -212,7 +212,7 @@ TEST(SecureChannelRead, LinesAcrossRecords) {
 TEST(SecureChannelRead, RecordSplitOverTwoSegments) {
     StoreFolder store(nullptr);
     TlsTestServer::Options options;
-    options.spec.tickets = 0;
+    options.setup.tickets = 0;
     Session s(options);
     ASSERT_TRUE(s.Up());
     const std::string record = s.server.session().Seal({"250 whole\r\n"});
@@ -249,7 +249,7 @@ TEST(SecureChannelRead, CloseNotifyIsNoErrorUntilTheSocketCloses) {
 TEST(SecureChannelRead, KeyUpdateFromTheServerIsAnsweredOnTheWay) {
     StoreFolder store(nullptr);
     TlsTestServer::Options options;
-    options.spec.tickets = 0;
+    options.setup.tickets = 0;
     Session s(options);
     ASSERT_TRUE(s.Up());
     s.server.Send(s.server.session().SealAfterKeyUpdate({"250 after update\r\n"}));
@@ -262,7 +262,7 @@ TEST(SecureChannelRead, KeyUpdateFromTheServerIsAnsweredOnTheWay) {
 TEST(SecureChannelWrite, LongLineLeavesAsSeveralRecords) {
     StoreFolder store(nullptr);
     TlsTestServer::Options options;
-    options.spec.tickets = 0;
+    options.setup.tickets = 0;
     Session s(options);
     ASSERT_TRUE(s.Up());
     const std::string body(40000, 'd');

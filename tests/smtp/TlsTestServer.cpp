@@ -6,7 +6,7 @@
 namespace testsupport {
 
 TlsTestServer::TlsTestServer(const Options& options)
-    : options_(options), session_(options.spec), thread_([this] { Serve(); }) {}
+    : options_(options), session_(options.setup), thread_([this] { Serve(); }) {}
 
 // The handshake thread ends when the client closes or after its 10 s waits.
 TlsTestServer::~TlsTestServer() {

@@ -26,7 +26,7 @@ namespace testsupport {
 class TlsTestServer {
 public:
     struct Options {
-        ServerSpec spec;
+        ServerSetup setup;
         std::string greeting;
         size_t stallAfter = static_cast<size_t>(-1);  // handshake bytes sent before going silent
         bool closeWhenStalled = false;
