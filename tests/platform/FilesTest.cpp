@@ -6,14 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
+#include "platform/TinyFileSystem.h"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -32,24 +30,6 @@ std::vector<std::string> Search(const std::string& pattern, uint32_t& error) {
     while (search.Next(entry)) names.push_back(entry.name + (entry.isDirectory ? "/" : ""));
     error = search.error();
     return names;
-}
-
-// Becomes root of a new user and mount namespace (this process only) and
-// mounts a 64 KiB file system at `where`; false where the system forbids it.
-bool MountTinyFileSystem(const std::string& where) {
-    const unsigned uid = ::getuid(), gid = ::getgid();
-    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-    auto put = [](const char* file, const std::string& text) {
-        int fd = ::open(file, O_WRONLY);
-        bool ok = fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-        if (fd >= 0) ::close(fd);
-        return ok;
-    };
-    put("/proc/self/setgroups", "deny");
-    if (!put("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
-        !put("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1"))
-        return false;
-    return ::mount("none", where.c_str(), "tmpfs", 0, "size=64k") == 0;
 }
 
 }  // namespace
@@ -158,7 +138,7 @@ TEST(CopyFileDurably, DiskFullLeavesNoPartialCopy) {
     const pid_t pid = ::fork();
     ASSERT_GE(pid, 0);
     if (pid == 0) {
-        if (!MountTinyFileSystem(dir.file("tiny"))) ::_exit(77);
+        if (!testsupport::MountTinyFileSystem(dir.file("tiny"))) ::_exit(77);
         const uint32_t error = CopyFileDurably(dir.file("big"), dir.file("tiny/big"), true);
         std::error_code ec;
         const bool empty = std::filesystem::is_empty(dir.file("tiny"), ec);

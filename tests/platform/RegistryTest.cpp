@@ -3,6 +3,7 @@
 
 #include "platform/RegistryTestEnv.h"
 #include "platform/SystemError.h"
+#include "platform/TinyFileSystem.h"
 #include "support/TestPaths.h"
 
 #include <gtest/gtest.h>
@@ -176,4 +177,37 @@ TEST(Registry, WritersInSeparateProcessesLoseNoUpdate) {
             EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", name, value, true))
                 << name << " lost";
         }
+}
+
+// A full disk during a rewrite: the old file must stay whole and readable.
+TEST(Registry, FullDiskLeavesTheOldFileWhole) {
+    ScratchRegistry reg;
+    const std::string tiny = reg.dir().file("tiny");
+    std::filesystem::create_directory(tiny);
+    const std::string path = tiny + "/registry.reg";
+    std::string big = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\A]\n";
+    for (int i = 0; big.size() < 40000; ++i)
+        big += "\"v" + std::to_string(i) + "\"=\"" + std::string(60, 'x') + "\"\n";
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        if (!testsupport::MountTinyFileSystem(tiny)) ::_exit(77);
+        ::setenv("TELMORAQ_REGISTRY", path.c_str(), 1);
+        if (!WriteFile(path, big)) ::_exit(2);
+        const uint32_t error = SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "n", 1, true);
+        RegistryValue value;
+        const bool intact = ReadFile(path) == big &&
+                            QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "v0", value, true) == 0;
+        std::error_code ec;
+        size_t entries = 0;
+        for (auto it = std::filesystem::directory_iterator(tiny, ec);
+             it != std::filesystem::directory_iterator(); ++it)
+            ++entries;
+        ::_exit(error == kErrorDiskFull && intact && entries == 1 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user namespaces here: disk-full case skipped";
+    EXPECT_EQ(0, WEXITSTATUS(status)) << "old file damaged, wrong error or a temporary file left";
 }
