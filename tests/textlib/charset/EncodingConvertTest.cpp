@@ -193,3 +193,29 @@ TEST(EncodingConvert, AnyBytesThroughEveryKindOfRoute) {
         }
     }
 }
+
+TEST(EncodingConvert, ByNames) {
+    struct NameCase {
+        const char* name;
+        const char* from;
+        const char* to;
+        std::string want;
+        bool ok;
+    } cases[] = {
+        {"known names", "ISO-8859-7", "utf-8", "\xCE\xB0", true},
+        {"unknown source", "no-such-charset", "utf-8", "", false},
+        {"unknown target", "utf-8", "no-such-charset", "", false},
+        {"null name", nullptr, "utf-8", "", false},
+    };
+    for (const NameCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        DataBuffer out;
+        EncodingConvert conv;
+        EXPECT_EQ(conv.convertByNames(c.from, c.to, "\xE0", 1, out), c.ok);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.getData()), out.getSize()), c.want);
+    }
+    DataBuffer out;
+    EncodingConvert conv;
+    EXPECT_TRUE(conv.convertFromName("windows-1252", 65001, "\x80", 1, out));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.getData()), out.getSize()), "\xE2\x82\xAC");
+}
