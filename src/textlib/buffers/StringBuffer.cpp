@@ -175,15 +175,14 @@ bool StringBuffer::growTo(int newCapacity) {
     return true;
 }
 
-// The growth rule: full means no room left for the terminator. `extra` is 1
-// for most appends and 0 for appendN and appendChar, whose blocks are one byte
-// smaller; kept, since capacities are observed by callers that reserve.
-static bool growthNeeded(int length, int added, int capacity) {
-    return static_cast<int64_t>(length) + added >= capacity;
-}
-
+// The growth rule. Full means no room left for the terminator, so text that
+// reaches the capacity exactly grows. The new block holds the text, the
+// addition, the slack and `extra`: 1 for most appends, 0 for appendN and
+// appendChar, whose blocks are one byte smaller (kept as the rule has it; the
+// slack still leaves room for the terminator). The slack then follows the
+// capacity, halved, up to its cap; prepend leaves it alone.
 bool StringBuffer::growFor(int added, int extra, bool adjustGrowBy) {
-    if (!growthNeeded(m_length, added, m_capacity)) return true;
+    if (static_cast<int64_t>(m_length) + added < m_capacity) return true;
     int64_t wanted = static_cast<int64_t>(m_length) + added + m_growBy + extra;
     int64_t least = static_cast<int64_t>(m_length) + added + 1;
     if (wanted < least) wanted = least;
