@@ -1,0 +1,203 @@
+// NvSmtpAuthTest.cpp - the AUTH dialogues against scripted peers, and the CRAM-MD5
+// digest against OpenSSL's HMAC
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "ScriptedSession.h"
+#include "ScriptedSmtpPeer.h"
+#include "foundation/NvcBase64.h"
+#include "smtp/NvSmtp.h"
+
+using scripted::Ehlo;
+using scripted::Hear;
+using scripted::Say;
+using scripted::Step;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+std::string Base64(const std::string& bytes) {
+    CNvcBase64 codec;
+    CNvcString out;
+    codec.Encode(bytes.data(), bytes.size(), out);
+    return out.GetData();
+}
+
+std::string Unbase64(const std::string& text) {
+    CNvcBase64 codec;
+    CNvcString in(text.c_str());
+    size_t length = 0;
+    codec.Decode(nullptr, length, in);
+    std::string out(length, '\0');
+    codec.Decode(&out[0], length, in);
+    return out;
+}
+
+// Greeting and an EHLO reply offering `mechanisms`, then the AUTH steps, then QUIT.
+std::vector<Step> Offering(const std::string& mechanisms, std::vector<Step> auth) {
+    std::vector<Step> script = {Say("220 x"), Hear(), Say("250-x\r\n250 AUTH " + mechanisms)};
+    script.insert(script.end(), auth.begin(), auth.end());
+    script.push_back(Hear());
+    script.push_back(Say("221 bye"));
+    return script;
+}
+
+std::string HmacMd5Hex(const std::string& key, const std::string& text) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    HMAC(EVP_md5(), key.data(), static_cast<int>(key.size()), reinterpret_cast<const unsigned char*>(text.data()),
+         text.size(), digest, &length);
+    std::string hex;
+    char pair[3];
+    for (unsigned int i = 0; i < length; ++i) {
+        std::snprintf(pair, sizeof pair, "%02x", digest[i]);
+        hex += pair;
+    }
+    return hex;
+}
+
+struct Dialogue {
+    const char* name;
+    const char* account;
+    std::string password;
+    std::vector<Step> script;
+    int32_t result;
+    Lines lines;
+};
+
+void RunDialogues(const std::vector<Dialogue>& dialogues) {
+    for (const Dialogue& d : dialogues) {
+        SCOPED_TRACE(d.name);
+        scripted::Peer peer(d.script);
+        auto client = scripted::ClientFor(peer.port(), d.account, d.password.c_str());
+        EXPECT_EQ(client->Connect(), d.result);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), d.lines);
+        EXPECT_EQ(peer.error(), "");
+    }
+}
+
+const std::string kUsernamePrompt = "334 " + Base64("Username:");
+const std::string kPasswordPrompt = "334 " + Base64("Password:");
+
+}  // namespace
+
+TEST(NvSmtpAuth, PlainDialogues) {
+    const std::string block = "AUTH PLAIN " + Base64(std::string("\0user\0pass", 10));
+    RunDialogues({
+        {"accepted", "user", "pass", Offering("PLAIN", {Hear(), Say("235 ok")}), 0, {Ehlo(), block, "QUIT"}},
+        {"535 is refused", "user", "pass", Offering("PLAIN", {Hear(), Say("535 bad")}), CNvSmtp::kAuthRefused,
+         {Ehlo(), block, "QUIT"}},
+        {"504 is not implemented", "user", "pass", Offering("PLAIN", {Hear(), Say("504 no")}),
+         CNvSmtp::kAuthNotImplemented, {Ehlo(), block, "QUIT"}},
+        {"empty password keeps both zero bytes", "user", "", Offering("PLAIN", {Hear(), Say("235 ok")}), 0,
+         {Ehlo(), "AUTH PLAIN " + Base64(std::string("\0user\0", 6)), "QUIT"}},
+        {"PLAIN and LOGIN offered, PLAIN refused: LOGIN not tried", "user", "pass",
+         Offering("LOGIN PLAIN", {Hear(), Say("535 bad")}), CNvSmtp::kAuthRefused, {Ehlo(), block, "QUIT"}},
+        {"empty account: no AUTH line", "", "pass", Offering("PLAIN", {}), 0, {Ehlo(), "QUIT"}},
+    });
+}
+
+TEST(NvSmtpAuth, PlainBlockLimitIs2048Bytes) {
+    const std::string account(1000, 'a');
+    {
+        SCOPED_TRACE("2048 bytes exactly pass");
+        const std::string password(1046, 'p');
+        scripted::Peer peer(Offering("PLAIN", {Hear(), Say("235 ok")}));
+        auto client = scripted::ClientFor(peer.port(), account.c_str(), password.c_str());
+        EXPECT_EQ(client->Connect(), 0);
+        client->Quit();
+        ASSERT_EQ(peer.lines().size(), 3u);
+        EXPECT_EQ(peer.lines()[1], "AUTH PLAIN " + Base64('\0' + account + '\0' + password));
+    }
+    {
+        SCOPED_TRACE("one more gives -2 without a line");
+        const std::string password(1047, 'p');
+        scripted::Peer peer(Offering("PLAIN", {}));
+        auto client = scripted::ClientFor(peer.port(), account.c_str(), password.c_str());
+        EXPECT_EQ(client->Connect(), CNvSmtp::kPlainTooLong);
+        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "QUIT"}));
+    }
+}
+
+TEST(NvSmtpAuth, LoginDialogues) {
+    const std::string user = Base64("user"), pass = Base64("pass");
+    RunDialogues({
+        {"accepted", "user", "pass",
+         Offering("LOGIN", {Hear(), Say(kUsernamePrompt), Hear(), Say(kPasswordPrompt), Hear(), Say("235 ok")}), 0,
+         {Ehlo(), "AUTH LOGIN", user, pass, "QUIT"}},
+        {"prompts in another case and with more words pass", "user", "pass",
+         Offering("LOGIN", {Hear(), Say("334 " + Base64("your USERNAME: please")), Hear(),
+                            Say("334 " + Base64("password:")), Hear(), Say("235 ok")}),
+         0, {Ehlo(), "AUTH LOGIN", user, pass, "QUIT"}},
+        {"empty password sends an empty line", "user", "",
+         Offering("LOGIN", {Hear(), Say(kUsernamePrompt), Hear(), Say(kPasswordPrompt), Hear(), Say("235 ok")}), 0,
+         {Ehlo(), "AUTH LOGIN", user, "", "QUIT"}},
+        {"a prompt in other words ends it without a line", "user", "pass",
+         Offering("LOGIN", {Hear(), Say("334 " + Base64("Who are you?"))}), CNvSmtp::kAuthRefused,
+         {Ehlo(), "AUTH LOGIN", "QUIT"}},
+        {"a wrong second prompt ends it after the account", "user", "pass",
+         Offering("LOGIN", {Hear(), Say(kUsernamePrompt), Hear(), Say("334 " + Base64("Secret:"))}),
+         CNvSmtp::kAuthRefused, {Ehlo(), "AUTH LOGIN", user, "QUIT"}},
+        {"504 is not implemented", "user", "pass", Offering("LOGIN", {Hear(), Say("504 no")}),
+         CNvSmtp::kAuthNotImplemented, {Ehlo(), "AUTH LOGIN", "QUIT"}},
+        {"password refused", "user", "pass",
+         Offering("LOGIN", {Hear(), Say(kUsernamePrompt), Hear(), Say(kPasswordPrompt), Hear(), Say("535 no")}),
+         CNvSmtp::kAuthRefused, {Ehlo(), "AUTH LOGIN", user, pass, "QUIT"}},
+    });
+}
+
+TEST(NvSmtpAuth, CramMd5Dialogues) {
+    // The example exchange of RFC 2195.
+    const std::string challenge = "<1896.697170952@postoffice.reston.mci.net>";
+    RunDialogues({
+        {"reference exchange", "tim", "tanstaaftanstaaf",
+         Offering("CRAM-MD5", {Hear(), Say("334 " + Base64(challenge)), Hear(), Say("235 ok")}), 0,
+         {Ehlo(), "AUTH CRAM-MD5", Base64("tim b913a602c7eda7a495b4e6e7334d3890"), "QUIT"}},
+        {"535 to the command is handed up as it is", "tim", "x", Offering("CRAM-MD5", {Hear(), Say("535 no")}), 535,
+         {Ehlo(), "AUTH CRAM-MD5", "QUIT"}},
+        {"504 to the command is not implemented", "tim", "x", Offering("CRAM-MD5", {Hear(), Say("504 no")}),
+         CNvSmtp::kAuthNotImplemented, {Ehlo(), "AUTH CRAM-MD5", "QUIT"}},
+        {"digest refused", "tim", "x",
+         Offering("CRAM-MD5", {Hear(), Say("334 " + Base64(challenge)), Hear(), Say("535 no")}),
+         CNvSmtp::kAuthRefused, {Ehlo(), "AUTH CRAM-MD5", Base64("tim " + HmacMd5Hex("x", challenge)), "QUIT"}},
+    });
+}
+
+TEST(NvSmtpAuth, CramMd5DigestMatchesHmacForEveryKeyLength) {
+    const std::string challenge = "<4711.1234567890@example.test>";
+    for (size_t length : {0, 1, 16, 63, 64, 65, 100, 300}) {
+        SCOPED_TRACE("password of " + std::to_string(length) + " bytes");
+        std::string password;
+        for (size_t i = 0; i < length; ++i) password += static_cast<char>('!' + (i * 7) % 90);
+        scripted::Peer peer(Offering("CRAM-MD5", {Hear(), Say("334 " + Base64(challenge)), Hear(), Say("235 ok")}));
+        auto client = scripted::ClientFor(peer.port(), "me", password.c_str());
+        EXPECT_EQ(client->Connect(), 0);
+        client->Quit();
+        ASSERT_EQ(peer.lines().size(), 4u);
+        EXPECT_EQ(Unbase64(peer.lines()[2]), "me " + HmacMd5Hex(password, challenge));
+    }
+}
+
+TEST(NvSmtpAuth, MethodCarriesOverToTheNextConnection) {
+    auto client = scripted::ClientFor(0, "", "x");
+    {
+        scripted::Peer first(Offering("CRAM-MD5", {}));
+        client->m_port = first.port();
+        ASSERT_EQ(client->Connect(), 0);
+        client->Quit();
+        first.lines();
+    }
+    const std::string challenge = "<1.2@x>";
+    scripted::Peer second({Say("220 x"), Hear(), Say("250 nothing offered"), Hear(), Say("334 " + Base64(challenge)),
+                           Hear(), Say("235 ok"), Hear(), Say("221 bye")});
+    client->m_port = second.port();
+    client->m_account = "me";
+    EXPECT_EQ(client->Connect(), 0);
+    client->Quit();
+    EXPECT_EQ(second.lines(), (Lines{Ehlo(), "AUTH CRAM-MD5", Base64("me " + HmacMd5Hex("x", challenge)), "QUIT"}));
+}

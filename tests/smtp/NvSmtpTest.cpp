@@ -1,0 +1,330 @@
+// NvSmtpTest.cpp - the SMTP session against scripted peers: replies, hello, STARTTLS
+// choice, transaction steps, trace wording
+#include "smtp/NvSmtp.h"
+
+#include <gtest/gtest.h>
+
+#include "ScriptedSession.h"
+#include "ScriptedSmtpPeer.h"
+#include "mail/NvMail.h"
+
+using scripted::Ehlo;
+using scripted::Hear;
+using scripted::HearData;
+using scripted::Helo;
+using scripted::Pause;
+using scripted::Say;
+using scripted::SayRaw;
+using scripted::Step;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+std::vector<Step> Join(std::vector<Step> a, const std::vector<Step>& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+const std::vector<Step> kQuit = {Hear(), Say("221 bye")};
+
+// Greeting and a plain EHLO answer, ready for the transaction steps.
+std::vector<Step> Opened(const std::vector<Step>& rest) {
+    return Join(Join({Say("220 ready"), Hear(), Say("250 hi")}, rest), kQuit);
+}
+
+}  // namespace
+
+TEST(NvSmtpReply, ReadReplyKeepsEveryLineWithOneBlank) {
+    struct Case {
+        const char* name;
+        std::string reply;
+        const char* response;
+        int32_t code;
+        int32_t result;
+    };
+    const Case cases[] = {
+        {"three digits", "250\r\n", "250 ", 250, 0},
+        {"two-character line continues", "25\r\n250 ok\r\n", "25 250 ok ", 250, 0},
+        {"three lines", "250-a\r\n250-b\r\n251 c\r\n", "250-a 250-b 251 c ", 251, 0},
+        {"codes of one reply are not compared", "550-a\r\n250 b\r\n", "550-a 250 b ", 250, 0},
+        {"empty line continues", "\r\n250 ok\r\n", " 250 ok ", 250, 0},
+        {"four characters without blank continue", "250x\r\n250 y\r\n", "250x 250 y ", 250, 0},
+        {"no number", "abc def\r\n", "abc def ", 0, CNvSmtp::kNoReplyCode},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        scripted::Peer peer(Opened({Hear(), SayRaw(c.reply)}));
+        auto client = scripted::ClientFor(peer.port());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->SendCommand("NOOP", 0), c.result == 0 ? 0 : CNvSmtp::kNoCompleteReply);
+        EXPECT_STREQ(client->m_lastResponse.GetData(), c.response);
+        EXPECT_EQ(client->m_lastCode, c.code);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "NOOP", "QUIT"}));
+    }
+}
+
+TEST(NvSmtpReply, SilentServerGivesNoCodeAndCutReplyGivesTimeout) {
+    scripted::Peer silent({Pause(1500), Hear()});
+    auto client = scripted::ClientFor(silent.port());
+    client->m_connectTimeout = 300;
+    client->m_commandTimeout = 300;
+    EXPECT_EQ(client->Connect(), CNvSmtp::kNoReplyCode);
+    EXPECT_FALSE(client->IsConnected());
+    EXPECT_EQ(silent.lines(), (Lines{"QUIT"}));
+
+    scripted::Peer cut(Opened({Hear(), SayRaw("250-first\r\n"), Pause(1500)}));
+    client = scripted::ClientFor(cut.port());
+    ASSERT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->SendCommand("NOOP", 300), CNvSmtp::kNoCompleteReply);
+    EXPECT_STREQ(client->m_lastResponse.GetData(), "250-first ");
+    client->Quit();
+    cut.lines();
+}
+
+TEST(NvSmtpConnect, GreetingAfterSilenceIsTaken) {
+    scripted::Peer peer(Join({Pause(1200), Say("220 late"), Hear(), Say("250 hi")}, kQuit));
+    auto client = scripted::ClientFor(peer.port());
+    EXPECT_EQ(client->Connect(), 0);
+    client->Quit();
+    EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "QUIT"}));
+}
+
+TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
+    struct Case {
+        const char* name;
+        const char* account;
+        std::vector<Step> script;
+        int32_t result;
+        Lines lines;
+        int32_t method;
+    };
+    const std::string plainUserPass = "AUTH PLAIN AHVzZXIAcGFzcw==";
+    const Case cases[] = {
+        {"greeting 554 is refused without EHLO", "", Join({Say("554 no")}, kQuit), -554, {"QUIT"}, 0},
+        {"greeting outside the map", "", Join({Say("299 odd")}, kQuit), CNvSmtp::kUnmappedGreeting, {"QUIT"}, 0},
+        {"EHLO refused, HELO taken: PLAIN", "",
+         Join({Say("220 x"), Hear(), Say("500 what"), Hear(), Say("250 ok")}, kQuit), 0, {Ehlo(), Helo(), "QUIT"},
+         CNvSmtp::kAuthPlain},
+        {"EHLO refused, HELO taken, account: AUTH PLAIN follows", "user",
+         Join({Say("220 x"), Hear(), Say("500 what"), Hear(), Say("250 ok"), Hear(), Say("235 ok")}, kQuit), 0,
+         {Ehlo(), Helo(), plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
+        {"EHLO and HELO refused", "",
+         Join({Say("220 x"), Hear(), Say("421 busy"), Hear(), Say("421 busy")}, kQuit), CNvSmtp::kHelloRefused,
+         {Ehlo(), Helo(), "QUIT"}, 0},
+        {"all three offered: PLAIN wins", "",
+         Join({Say("220 x"), Hear(), Say("250-x\r\n250-AUTH LOGIN CRAM-MD5 PLAIN\r\n250 OK")}, kQuit), 0,
+         {Ehlo(), "QUIT"}, CNvSmtp::kAuthPlain},
+        {"CRAM-MD5 beats LOGIN", "",
+         Join({Say("220 x"), Hear(), Say("250-x\r\n250 AUTH LOGIN CRAM-MD5")}, kQuit), 0, {Ehlo(), "QUIT"},
+         CNvSmtp::kAuthCramMd5},
+        {"login inside a host name counts", "",
+         Join({Say("220 x"), Hear(), Say("250-mx.BlogIn.example\r\n250 SIZE 1000")}, kQuit), 0, {Ehlo(), "QUIT"},
+         CNvSmtp::kAuthLogin},
+        {"empty account: no AUTH", "",
+         Join({Say("220 x"), Hear(), Say("250-x\r\n250 AUTH PLAIN")}, kQuit), 0, {Ehlo(), "QUIT"},
+         CNvSmtp::kAuthPlain},
+        {"STARTTLS on the last line is not seen", "",
+         Join({Say("220 x"), Hear(), Say("250-x\r\n250 STARTTLS")}, kQuit), 0, {Ehlo(), "QUIT"}, 0},
+        {"STARTTLS refused with 454: on in the clear, no EHLO", "user",
+         Join({Say("220 x"), Hear(), Say("250-x\r\n250-STARTTLS\r\n250 AUTH PLAIN"), Hear(), Say("454 not now"),
+               Hear(), Say("235 ok")},
+              kQuit),
+         0, {Ehlo(), "STARTTLS", plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
+        {"nothing offered, account set: PLAIN", "user",
+         Join({Say("220 x"), Hear(), Say("250 x"), Hear(), Say("235 ok")}, kQuit), 0, {Ehlo(), plainUserPass, "QUIT"},
+         CNvSmtp::kAuthPlain},
+        {"refused AUTH closes with QUIT", "user",
+         Join({Say("220 x"), Hear(), Say("250 AUTH PLAIN"), Hear(), Say("535 no")}, kQuit), CNvSmtp::kAuthRefused,
+         {Ehlo(), plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        scripted::Peer peer(c.script);
+        auto client = scripted::ClientFor(peer.port(), c.account, "pass");
+        EXPECT_EQ(client->Connect(), c.result);
+        EXPECT_EQ(client->IsConnected(), c.result == 0);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), c.lines);
+        EXPECT_EQ(peer.error(), "");
+        EXPECT_EQ(client->m_authMethod, c.method);
+    }
+}
+
+TEST(NvSmtpConnect, BadSettingsFailBeforeAnyTraffic) {
+    testsupport::TempDir dir;
+    struct Case {
+        const char* name;
+        const char* host;
+        int32_t port;
+        int32_t result;
+        const char* line;
+    };
+    const Case cases[] = {
+        {"no host", "", 25, CNvSmtp::kNoHost, "Invalid hostname"},
+        {"negative port", "127.0.0.1", -1, CNvSmtp::kBadPort, "Invalid hostname"},
+        {"port above 65536", "127.0.0.1", 65537, CNvSmtp::kBadPort, "Invalid hostname"},
+        {"port 0 passes the check and fails at the connect", "127.0.0.1", 0, CNvSmtp::kConnectFailed,
+         "Connect failed"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string trace = dir.file(std::string(c.name) + ".log");
+        CNvSmtp client;
+        client.SetTraceFile(trace.c_str());
+        client.SetHost(c.host);
+        client.m_port = c.port;
+        client.m_connectTimeout = 300;
+        EXPECT_EQ(client.Connect(), c.result);
+        const Lines lines = scripted::TraceLines(trace);
+        ASSERT_EQ(lines.size(), 2u);
+        EXPECT_EQ(lines[0], "Connect to: [" + std::string(c.host) + ":" + std::to_string(c.port) + "]");
+        EXPECT_EQ(lines[1], c.line);
+    }
+}
+
+TEST(NvSmtpTransaction, RecipientsAndData) {
+    auto addresses = [](std::initializer_list<const char*> list) {
+        std::vector<std::unique_ptr<MailAddress>> owned;
+        for (const char* a : list) {
+            owned.push_back(std::make_unique<MailAddress>());
+            owned.back()->m_address.Assign(a);
+        }
+        return owned;
+    };
+    auto pointers = [](const std::vector<std::unique_ptr<MailAddress>>& owned) {
+        std::vector<MailAddress*> out;
+        for (const auto& a : owned) out.push_back(a.get());
+        return out;
+    };
+    const auto three = addresses({"a@x", "b@x", "c@x"});
+
+    {
+        SCOPED_TRACE("second of three refused: 550, no third, reset needed");
+        scripted::Peer peer(Opened({Hear(), Say("250 ok"), Hear(), Say("250 ok"), Hear(), Say("550 no such")}));
+        auto client = scripted::ClientFor(peer.port());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->MailFrom("s@x"), 0);
+        EXPECT_EQ(client->RcptTo(pointers(three)), 550);
+        EXPECT_EQ(client->m_resetNeeded, 1);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "MAIL FROM: <s@x>", "RCPT TO: <a@x>", "RCPT TO: <b@x>", "QUIT"}));
+    }
+    {
+        SCOPED_TRACE("empty list sends nothing; refused sender sets reset needed");
+        scripted::Peer peer(Opened({Hear(), Say("501 bad sender")}));
+        auto client = scripted::ClientFor(peer.port());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->RcptTo({}), 0);
+        EXPECT_EQ(client->m_resetNeeded, 0);
+        EXPECT_EQ(client->MailFrom("s@x"), 501);
+        EXPECT_EQ(client->m_resetNeeded, 1);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "MAIL FROM: <s@x>", "QUIT"}));
+    }
+    {
+        SCOPED_TRACE("a 3xx reply counts as accepted; RSET clears");
+        scripted::Peer peer(Opened({Hear(), Say("399 odd but fine"), Hear(), Say("250 ok"), Hear(), Say("500 no")}));
+        auto client = scripted::ClientFor(peer.port());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->MailFrom("s@x"), 0);
+        EXPECT_EQ(client->ResetSession(), 0);
+        EXPECT_EQ(client->ResetSession(), 500);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "MAIL FROM: <s@x>", "RSET", "RSET", "QUIT"}));
+    }
+}
+
+TEST(NvSmtpTransaction, DataIsDotStuffedAndEndsWithTheFinalDot) {
+    struct Case {
+        const char* name;
+        const char* text;
+        const char* wire;
+    };
+    const Case cases[] = {
+        {"lone dot and dot lines", "A: b\r\n\r\n.\r\n.x\r\nend", "A: b\r\n\r\n..\r\n..x\r\nend\r\n.\r\n"},
+        {"first line with a dot", ".first\r\nsecond", "..first\r\nsecond\r\n.\r\n"},
+        {"text ending in CRLF gets an empty line", "body\r\n", "body\r\n\r\n.\r\n"},
+        {"empty text", "", "\r\n.\r\n"},
+        {"dot after a bare LF is stuffed too", "a\n.b", "a\n..b\r\n.\r\n"},
+        {"dots inside a line stay", "a.b..c", "a.b..c\r\n.\r\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        scripted::Peer peer(Opened({Hear(), Say("354 go"), HearData(), Say("250 queued")}));
+        auto client = scripted::ClientFor(peer.port());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->SendData(c.text), 0);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "DATA", c.wire, "QUIT"}));
+    }
+}
+
+TEST(NvSmtpTransaction, RefusedDataAndRefusedText) {
+    {
+        SCOPED_TRACE("DATA refused");
+        scripted::Peer peer(Opened({Hear(), Say("554 no data")}));
+        auto client = scripted::ClientFor(peer.port());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->SendData("x"), 554);
+        EXPECT_EQ(client->m_resetNeeded, 1);
+        client->Quit();
+        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "DATA", "QUIT"}));
+    }
+    {
+        SCOPED_TRACE("text refused: the code, reset needed unchanged");
+        scripted::Peer peer(Opened({Hear(), Say("354 go"), HearData(), Say("452 full")}));
+        auto client = scripted::ClientFor(peer.port());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->SendData("x"), 452);
+        EXPECT_EQ(client->m_resetNeeded, 0);
+        client->Quit();
+        peer.lines();
+    }
+}
+
+TEST(NvSmtpSession, ClosedSessionSendsAndTracesNothing) {
+    testsupport::TempDir dir;
+    CNvSmtp client;
+    client.SetTraceFile(dir.file("trace.log").c_str());
+    client.Quit();
+    EXPECT_EQ(client.SendCommand("NOOP", 0), CNvSmtp::kNotConnected);
+    EXPECT_EQ(client.ResetSession(), CNvSmtp::kNotConnected);
+    EXPECT_EQ(testsupport::ReadFile(dir.file("trace.log")), "");
+}
+
+TEST(NvSmtpSession, LostConnectionGivesNotConnected) {
+    scripted::Peer peer({Say("220 x"), Hear(), Say("250 x"), scripted::Hangup()});
+    auto client = scripted::ClientFor(peer.port());
+    ASSERT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->SendCommand("NOOP", 0), CNvSmtp::kNoCompleteReply);
+    EXPECT_EQ(client->SendCommand("NOOP", 0), CNvSmtp::kNotConnected);
+    client->Quit();
+}
+
+TEST(NvSmtpSession, TraceOfAFullSessionReadsLineForLine) {
+    testsupport::TempDir dir;
+    const std::string trace = dir.file("trace.log");
+    scripted::Peer peer({Say("220 ready"), Hear(), Say("250-x\r\n250 AUTH PLAIN"), Hear(), Say("235 ok"), Hear(),
+                         Say("250 ok"), Hear(), Say("250 ok"), Hear(), Say("354 go"), HearData(), Say("250 queued"),
+                         Hear(), Say("221 bye")});
+    auto client = scripted::ClientFor(peer.port(), "user", "pass");
+    client->SetTraceFile(trace.c_str());
+    ASSERT_EQ(client->Connect(), 0);
+    ASSERT_EQ(client->MailFrom("s@x"), 0);
+    MailAddress to;
+    to.m_address.Assign("r@x");
+    ASSERT_EQ(client->RcptTo({&to}), 0);
+    ASSERT_EQ(client->SendData("Subject: t\r\n\r\nhello"), 0);
+    client->Quit();
+    peer.lines();
+    const std::string port = std::to_string(peer.port());
+    EXPECT_EQ(scripted::TraceLines(trace),
+              (Lines{"Connect to: [127.0.0.1:" + port + "]", "Response: [220 ready ]",
+                     "Command: [" + Ehlo() + "]", "Response: [250-x 250 AUTH PLAIN ]",
+                     "Using 'AUTH-PLAIN' SMTP authentication.", "Command: [AUTH PLAIN AHVzZXIAcGFzcw==]",
+                     "Response: [235 ok ]", "Command: [MAIL FROM: <s@x>]", "Response: [250 ok ]",
+                     "Command: [RCPT TO: <r@x>]", "Response: [250 ok ]", "Command: [DATA]", "Response: [354 go ]",
+                     "Command: [<Message data>]", "Response: [250 queued ]", "Command: [QUIT]",
+                     "Response: [221 bye ]", "Disconnected"}));
+}

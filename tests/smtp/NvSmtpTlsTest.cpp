@@ -1,0 +1,114 @@
+// NvSmtpTlsTest.cpp - the session through TLS against scripted peers: from the
+// first byte, after STARTTLS, and a handshake that fails
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "ScriptedSession.h"
+#include "ScriptedSmtpPeer.h"
+#include "smtp/NvSmtp.h"
+
+using scripted::Ehlo;
+using scripted::Hear;
+using scripted::HearData;
+using scripted::Helo;
+using scripted::Say;
+using scripted::Step;
+using Lines = std::vector<std::string>;
+
+namespace {
+
+std::vector<Step> UpgradedThen(const std::string& secondReply, std::vector<Step> rest) {
+    std::vector<Step> script = {Say("220 x"), Hear(), Say("250-x\r\n250-STARTTLS\r\n250 AUTH CRAM-MD5"), Hear(),
+                                Say("220 go ahead"), scripted::StartTls(), Hear(), Say(secondReply)};
+    script.insert(script.end(), rest.begin(), rest.end());
+    script.push_back(Hear());
+    script.push_back(Say("221 bye"));
+    return script;
+}
+
+}  // namespace
+
+TEST(NvSmtpTls, FromTheFirstByteNoStartTlsGoesOut) {
+    scripted::Peer peer({Say("220 x"), Hear(), Say("250-x\r\n250-STARTTLS\r\n250 AUTH PLAIN"), Hear(), Say("235 ok"),
+                         Hear(), Say("354 go"), HearData(), Say("250 queued"), Hear(), Say("221 bye")},
+                        true);
+    auto client = scripted::ClientFor(peer.port(), "user", "pass");
+    client->m_secure = 1;
+    ASSERT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->SendData(".\r\n.x\r\nend"), 0);
+    client->Quit();
+    EXPECT_EQ(peer.lines(), (Lines{"[TLS]", Ehlo(), "AUTH PLAIN AHVzZXIAcGFzcw==", "DATA", "..\r\n..x\r\nend\r\n.\r\n",
+                                   "QUIT"}));
+    EXPECT_EQ(client->m_secure, 1);
+}
+
+TEST(NvSmtpTls, StartTlsUpgradesAndHelloRunsAgain) {
+    struct Case {
+        const char* name;
+        std::string secondReply;
+        std::vector<Step> more;
+        Lines afterTls;
+        int32_t method;
+    };
+    const Case cases[] = {
+        {"no method in the second reply keeps the first", "250 x", {}, {Ehlo(), "QUIT"}, CNvSmtp::kAuthCramMd5},
+        {"a method in the second reply overwrites", "250-x\r\n250 AUTH LOGIN", {}, {Ehlo(), "QUIT"},
+         CNvSmtp::kAuthLogin},
+        {"EHLO refused inside TLS falls back to HELO", "500 no", {Hear(), Say("250 ok")}, {Ehlo(), Helo(), "QUIT"},
+         CNvSmtp::kAuthPlain},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        testsupport::TempDir dir;
+        scripted::Peer peer(UpgradedThen(c.secondReply, c.more));
+        auto client = scripted::ClientFor(peer.port());
+        client->SetTraceFile(dir.file("trace.log").c_str());
+        ASSERT_EQ(client->Connect(), 0);
+        EXPECT_EQ(client->m_secure, 1);
+        EXPECT_EQ(client->m_authMethod, c.method);
+        client->Quit();
+        Lines want = {Ehlo(), "STARTTLS", "[TLS]"};
+        want.insert(want.end(), c.afterTls.begin(), c.afterTls.end());
+        EXPECT_EQ(peer.lines(), want);
+        const Lines trace = scripted::TraceLines(dir.file("trace.log"));
+        const auto reinit = std::find(trace.begin(), trace.end(), "Re-initialize session");
+        ASSERT_NE(reinit, trace.end());
+        EXPECT_EQ(*(reinit + 1), "Command: [" + Ehlo() + "]");
+    }
+}
+
+TEST(NvSmtpTls, FailedHandshakeClosesTheSession) {
+    struct Case {
+        const char* name;
+        std::vector<Step> script;
+        Lines traceEnd;
+    };
+    const std::string fatalAlert("\x15\x03\x03\x00\x02\x02\x28", 7);
+    const Case cases[] = {
+        {"server refuses the handshake: QUIT cannot go out, the session closes", {scripted::SayRaw(fatalAlert)},
+         {"Perform secure handshake failed", "Disconnected"}},
+        {"server hangs up: the socket is gone already, no QUIT, no line", {scripted::Hangup()},
+         {"Connect to: [127.0.0.1:PORT]", "Perform secure handshake failed"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        testsupport::TempDir dir;
+        scripted::Peer peer(c.script);
+        auto client = scripted::ClientFor(peer.port());
+        client->SetTraceFile(dir.file("trace.log").c_str());
+        client->m_secure = 1;
+        EXPECT_EQ(client->Connect(), CNvSmtp::kHandshakeFailed);
+        EXPECT_FALSE(client->IsConnected());
+        peer.lines();
+        const Lines trace = scripted::TraceLines(dir.file("trace.log"));
+        ASSERT_GE(trace.size(), c.traceEnd.size());
+        Lines tail(trace.end() - 2, trace.end());
+        Lines want = c.traceEnd;
+        for (std::string& line : want) {
+            const size_t at = line.find("PORT");
+            if (at != std::string::npos) line.replace(at, 4, std::to_string(peer.port()));
+        }
+        EXPECT_EQ(tail, want);
+    }
+}

@@ -1,0 +1,47 @@
+// ScriptedSession.h - what the SMTP client tests share: a client aimed at a peer,
+// the hello lines it will send, a trace file read back without time stamps
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/HostInfo.h"
+#include "smtp/NvSmtp.h"
+#include "support/TestPaths.h"
+
+namespace scripted {
+
+inline std::string LocalName() {
+    std::string name = platform::ComputerName();
+    if (name.size() > 255) name.resize(255);
+    return name;
+}
+inline std::string Ehlo() { return "EHLO " + LocalName(); }
+inline std::string Helo() { return "HELO " + LocalName(); }
+
+inline std::unique_ptr<CNvSmtp> ClientFor(int port, const char* account = "", const char* password = "") {
+    auto client = std::make_unique<CNvSmtp>();
+    client->SetHost("127.0.0.1");
+    client->m_port = port;
+    client->m_account = account;
+    client->m_password = password;
+    return client;
+}
+
+// The trace lines with their "[hh:mm:ss]  " stamps cut off.
+inline std::vector<std::string> TraceLines(const std::string& path) {
+    const std::string text = testsupport::ReadFile(path);
+    std::vector<std::string> lines;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos) end = text.size();
+        const std::string line = text.substr(start, end - start);
+        lines.push_back(line.size() >= 12 && line[0] == '[' ? line.substr(12) : line);
+        start = end + 1;
+    }
+    return lines;
+}
+
+}  // namespace scripted
