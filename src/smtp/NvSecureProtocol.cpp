@@ -64,6 +64,7 @@ int32_t CNvSecureProtocol::Handshake() {
 }
 
 int32_t CNvSecureProtocol::HandshakeSteps(SecBuffer& firstToken) {
+    DeleteContext();  // a second handshake on one connection starts from nothing
     if (m_certStore == nullptr) m_certStore = CertOpenSystemStore("MY");
     if (m_certStore == nullptr) return -1006;
     std::memset(&m_credentialSettings, 0, sizeof(m_credentialSettings));

@@ -140,26 +140,6 @@ TEST(SecurityHandshake, ConsumesOnlyWholeRecords) {
     }
 }
 
-TEST(SecurityHandshake, BytesBehindTheLastFlightComeBackAsExtra) {
-    ServerSetup setup;
-    setup.maxVersion = TLS1_2_VERSION;  // the server's flight is the last one only here
-    TlsServerSession server(setup);
-    Client client;
-    StepResult r = client.Step("");
-    server.Feed(r.output);
-    r = client.Step(server.TakeOutput());
-    ASSERT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
-    ASSERT_TRUE(server.Feed(r.output));
-    const std::string last = server.TakeOutput();
-    const std::string greeting = server.Seal({"220 ready\r\n"});
-    r = client.Step(last + greeting);
-    ASSERT_EQ(r.status, SEC_E_OK);
-    ASSERT_EQ(r.extra, greeting.size());
-    const StepResult d = client.Decrypt(greeting);
-    EXPECT_EQ(d.status, SEC_E_OK);
-    EXPECT_EQ(d.output, "220 ready\r\n");
-}
-
 TEST(SecurityHandshake, GarbageFromTheServerFailsTheStep) {
     Client client;
     client.Step("");
@@ -195,57 +175,6 @@ TEST(SecurityRecords, DecryptsOneRecordAndHandsBackTheRest) {
         tampered[tampered.size() - 2] ^= 0x55;
         EXPECT_EQ(client.Decrypt(tampered).status, SEC_E_DECRYPT_FAILURE);
     }
-}
-
-TEST(SecurityRecords, CloseNotifyAndTicketsDeliverNothing) {
-    ServerSetup setup;  // TLS 1.3 with the library's session tickets
-    TlsServerSession server(setup);
-    Client client;
-    ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
-    const std::string tickets = server.TakeOutput();
-    ASSERT_FALSE(tickets.empty());
-    std::string rest = tickets;
-    StepResult d;
-    do {  // one ticket per record
-        d = client.Decrypt(rest);
-        EXPECT_EQ(d.status, SEC_E_OK);
-        EXPECT_EQ(d.output, "");
-        rest = rest.substr(rest.size() - d.extra);
-    } while (d.extra > 0);
-
-    d = client.Decrypt(server.SealCloseNotify());
-    EXPECT_EQ(d.status, SEC_I_CONTEXT_EXPIRED);
-}
-
-TEST(SecurityRecords, EncryptLaysOutOneRecordInPlace) {
-    ServerSetup setup;
-    setup.tickets = 0;
-    TlsServerSession server(setup);
-    Client client;
-    ASSERT_EQ(Handshake(client, server).status, SEC_E_OK);
-    SecPkgContext_StreamSizes sizes{};
-    ASSERT_EQ(QueryContextAttributes(&client.context, SECPKG_ATTR_STREAM_SIZES, &sizes), SEC_E_OK);
-    EXPECT_EQ(sizes.cbMaximumMessage, 16384u);
-
-    const uint32_t chunk = sizes.cbMaximumMessage - sizes.cbHeader - sizes.cbTrailer;
-    const std::string text(chunk, 'x');
-    std::vector<char> send(sizes.cbMaximumMessage);
-    std::copy(text.begin(), text.end(), send.begin() + sizes.cbHeader);
-    SecBuffer buffers[4] = {{sizes.cbHeader, SECBUFFER_STREAM_HEADER, send.data()},
-                            {chunk, SECBUFFER_DATA, send.data() + sizes.cbHeader},
-                            {sizes.cbTrailer, SECBUFFER_STREAM_TRAILER, send.data() + sizes.cbHeader + chunk},
-                            {0, SECBUFFER_EMPTY, nullptr}};
-    SecBufferDesc desc{SECBUFFER_VERSION, 4, buffers};
-    ASSERT_EQ(EncryptMessage(&client.context, 0, &desc, 0), SEC_E_OK);
-    EXPECT_LE(buffers[2].cbBuffer, sizes.cbTrailer);
-    server.Feed(std::string(send.data(), buffers[0].cbBuffer + buffers[1].cbBuffer + buffers[2].cbBuffer));
-    EXPECT_EQ(server.Receive(), text);
-    EXPECT_EQ(server.recordsReceived(), 1);
-
-    SecPkgContext_ConnectionInfo info{};
-    ASSERT_EQ(QueryContextAttributes(&client.context, SECPKG_ATTR_CONNECTION_INFO, &info), SEC_E_OK);
-    EXPECT_EQ(info.dwProtocol, static_cast<uint32_t>(TLS1_3_VERSION));
-    EXPECT_GT(info.dwCipherStrength, 0u);
 }
 
 // --- client certificates and the store --------------------------------------
@@ -314,63 +243,6 @@ TEST(SecurityStore, UnsetIsEmptyAndMissingFolderFails) {
     }
     StoreFolder missing("/nonexistent/telmoraq-store");
     EXPECT_EQ(CertOpenSystemStore("MY"), nullptr);
-}
-
-TEST(SecurityClientCertificate, OfferedOnlyAfterTheServerAsks) {
-    const TestCertificate ca = MakeCertificate({"Client CA", -1, 30, nullptr, nullptr, true});
-    const TestCertificate mine = MakeCertificate({"our-client", -1, 30, &ca, "clientAuth"});
-    struct Case {
-        const char* name;
-        bool supply;
-        std::string wantName;
-    } cases[] = {{"certificate supplied", true, "our-client"}, {"none supplied", false, ""}};
-    for (const Case& k : cases) {
-        for (const VersionCase& v : kVersions) {
-            SCOPED_TRACE(std::string(k.name) + ", " + v.name);
-            ServerSetup setup;
-            setup.maxVersion = v.maxVersion;
-            setup.requestClientCertificate = true;
-            setup.clientCas = {ca};
-            TlsServerSession server(setup);
-            Client client;
-            StepResult r = client.Step("");
-            server.Feed(r.output);
-            const std::string flight = server.TakeOutput();
-            r = client.Step(flight);
-            ASSERT_EQ(r.status, SEC_I_INCOMPLETE_CREDENTIALS);
-
-            SecPkgContext_IssuerListInfoEx issuers{};
-            ASSERT_EQ(QueryContextAttributes(&client.context, SECPKG_ATTR_ISSUER_LIST_EX, &issuers), SEC_E_OK);
-            ASSERT_EQ(issuers.cIssuers, 1u);
-            if (k.supply) {
-                testsupport::TempDir dir;
-                testsupport::WriteFile(dir.file("mine.pem"), mine.certPem + mine.keyPem);
-                StoreFolder folder(dir.path().c_str());
-                CertStore* store = CertOpenSystemStore("MY");
-                CERT_CHAIN_FIND_BY_ISSUER_PARA para{sizeof(para), kClientAuthUsage, 0, 0, issuers.cIssuers,
-                                                    issuers.aIssuers, nullptr, nullptr};
-                const CertChainContext* chain =
-                    CertFindChainInStore(store, 1, 0, CERT_CHAIN_FIND_BY_ISSUER, &para, nullptr);
-                ASSERT_NE(chain, nullptr);
-                SCHANNEL_CRED settings{SCHANNEL_CRED_VERSION, 1, &chain->firstCertificate, 0, 0x18};
-                CredHandle fresh = kNoSecHandle;
-                ASSERT_EQ(AcquireCredentialsHandle(SECPKG_CRED_OUTBOUND, &settings, &fresh), SEC_E_OK);
-                CertCloseStore(store);  // the credentials keep their own reference
-                FreeCredentialsHandle(&client.cred);
-                client.cred = fresh;
-            }
-            r = client.Step(flight);  // the same input again
-            if (v.maxVersion == TLS1_2_VERSION) {
-                ASSERT_EQ(r.status, SEC_I_CONTINUE_NEEDED);
-                server.Feed(r.output);
-                r = client.Step(server.TakeOutput());
-            }
-            EXPECT_EQ(r.status, SEC_E_OK);
-            server.Feed(r.output);
-            EXPECT_TRUE(server.done());
-            EXPECT_EQ(server.ClientCommonName(), k.wantName);
-        }
-    }
 }
 
 }  // namespace
