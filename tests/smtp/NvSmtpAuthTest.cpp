@@ -201,3 +201,38 @@ TEST(NvSmtpAuth, MethodCarriesOverToTheNextConnection) {
     client->Quit();
     EXPECT_EQ(second.lines(), (Lines{Ehlo(), "AUTH CRAM-MD5", Base64("me " + HmacMd5Hex("x", challenge)), "QUIT"}));
 }
+
+TEST(NvSmtpAuth, TraceNamesTheMethodAndTheSuccess) {
+    struct Case {
+        const char* name;
+        std::vector<Step> script;
+        Lines own;  // the trace without "Connect to", "Command" and "Response" lines
+    };
+    const Case cases[] = {
+        {"PLAIN has no success line", Offering("PLAIN", {Hear(), Say("235 ok")}),
+         {"Using 'AUTH-PLAIN' SMTP authentication.", "Disconnected"}},
+        {"LOGIN", Offering("LOGIN", {Hear(), Say(kUsernamePrompt), Hear(), Say(kPasswordPrompt), Hear(), Say("235 ok")}),
+         {"Using 'AUTH-LOGIN' SMTP authentication.",
+          "Successfully authenticated using 'AUTH-LOGIN' SMTP authentication.", "Disconnected"}},
+        {"CRAM-MD5", Offering("CRAM-MD5", {Hear(), Say("334 " + Base64("<1.2@x>")), Hear(), Say("235 ok")}),
+         {"Using 'AUTH-CRAM-MD5' SMTP authentication.", "Successfully authenticated.", "Disconnected"}},
+        {"refused: the failure line, then QUIT", Offering("PLAIN", {Hear(), Say("535 no")}),
+         {"Using 'AUTH-PLAIN' SMTP authentication.", "Send authentication failed", "Disconnected"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        testsupport::TempDir dir;
+        scripted::Peer peer(c.script);
+        auto client = scripted::ClientFor(peer.port(), "user", "pass");
+        client->SetTraceFile(dir.file("trace.log").c_str());
+        client->Connect();
+        client->Quit();
+        peer.lines();
+        Lines own;
+        for (const std::string& line : scripted::TraceLines(dir.file("trace.log")))
+            if (line.rfind("Connect to: ", 0) != 0 && line.rfind("Command: ", 0) != 0 &&
+                line.rfind("Response: ", 0) != 0)
+                own.push_back(line);
+        EXPECT_EQ(own, c.own);
+    }
+}
