@@ -222,3 +222,41 @@ TEST(QuotedPrintable, SignExtensionRepairBreaksOneRoundTrip) {
     EXPECT_EQ(encodeQp(data), "=FFFFFF41");
     EXPECT_EQ(decodeQp(encodeQp(data)), "A");
 }
+
+// Outputs are written through raw pointers into space reserved from the
+// published bounds. Exact-size buffers make any write past a bound an
+// AddressSanitizer report instead of a silent use of slack.
+TEST(ContentCoding, HostileInputStaysWithinTheReservedBounds) {
+    const std::string alphabet =
+        std::string("=\r\n \t.FromABCDEF0123456789abc\xBD\x8A\x8D\xA0\xFF") + std::string(1, '\0');
+    std::mt19937 rng(99);
+    ContentCoding coding;
+    for (int round = 0; round < 2000; ++round) {
+        std::string input(rng() % 300, '\xFF');  // every tenth: escapes only, the worst case
+        if (round % 10 != 0)
+            for (char& c : input) c = alphabet[rng() % alphabet.size()];
+        SCOPED_TRACE(hex(input));
+        auto count = static_cast<uint32_t>(input.size());
+
+        uint32_t lineFeeds = 0;
+        for (unsigned char c : input) lineFeeds += (c & 0x7F) == '\n';
+        DataBuffer qp;
+        ASSERT_TRUE(qp.ensureCapacity(count + lineFeeds + 1));
+        coding.decodeQuotedPrintable(input.data(), count, qp);
+        EXPECT_LE(qp.getSize(), count + lineFeeds);
+
+        DataBuffer b64;
+        ASSERT_TRUE(b64.ensureCapacity(count / 4 * 3 + 3));
+        coding.decodeBase64(input.data(), count, b64);
+
+        auto qpBound = static_cast<int>(ContentCoding::quotedPrintableEncodedSize(count));
+        StringBuffer qpText(qpBound + 1);
+        coding.encodeQuotedPrintable(input.data(), count, qpText);
+        EXPECT_EQ(qpText.getCapacity(), qpBound + 1) << "grew: the bound was too small";
+
+        auto b64Bound = static_cast<int>(ContentCoding::base64EncodedSize(count, 76));
+        StringBuffer b64Text(b64Bound + 1);
+        coding.encodeBase64(input.data(), count, b64Text);
+        EXPECT_EQ(b64Text.getCapacity(), b64Bound + 1);
+    }
+}
