@@ -161,6 +161,15 @@ uint32_t repairDigit(const uint8_t* in, uint32_t& at, uint32_t count) {
 // the position after what it consumed; sets `softBreak` for a soft break.
 uint32_t decodeQpEquals(const uint8_t* in, uint32_t at, uint32_t count, uint8_t*& o,
                         bool& softBreak) {
+    // The common case first: two hex digits that make anything but 0xFF.
+    if (at + 2 < count) {
+        int high = g_hex.value[in[at + 1] & 0x7F];
+        int low = g_hex.value[in[at + 2] & 0x7F];
+        if ((high | low) >= 0 && (high & low) != 15) {
+            *o++ = static_cast<uint8_t>(high * 16 + low);
+            return at + 3;
+        }
+    }
     if (onlyBlanksToLineEnd(in, at + 1, count)) {
         softBreak = true;
         return at + 1;
