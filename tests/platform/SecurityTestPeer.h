@@ -176,6 +176,19 @@ public:
         SSL_key_update(ssl_, SSL_KEY_UPDATE_REQUESTED);
         return Seal(texts);
     }
+    // TLS 1.2 only: the hello request that asks the client to start over.
+    std::string StartRenegotiation() {
+        SSL_renegotiate(ssl_);
+        SSL_do_handshake(ssl_);
+        return TakeOutput();
+    }
+    // Takes the client's bytes of a renegotiation; true once it is complete.
+    bool FeedRenegotiation(const std::string& bytes) {
+        BIO_write(in_, bytes.data(), static_cast<int>(bytes.size()));
+        char sink[256];
+        SSL_read(ssl_, sink, sizeof(sink));
+        return SSL_renegotiate_pending(ssl_) == 0;
+    }
     std::string SealCloseNotify() {
         SSL_shutdown(ssl_);
         return TakeOutput();

@@ -259,6 +259,28 @@ TEST(SecureChannelRead, KeyUpdateFromTheServerIsAnsweredOnTheWay) {
     EXPECT_EQ(s.server.ReceivePlain(6), "NOOP\r\n");
 }
 
+TEST(SecureChannelRead, RenegotiationRunsThroughTheHandshakeLoop) {
+    StoreFolder store(nullptr);
+    Session s(WithVersion(TLS1_2_VERSION));
+    ASSERT_TRUE(s.Up());
+    s.server.Send(s.server.session().StartRenegotiation());
+    std::thread serverSide([&] {
+        for (int round = 0; round < 10; ++round) {
+            const std::string bytes = s.server.ReceiveSome();
+            if (bytes.empty()) return;
+            const bool done = s.server.session().FeedRenegotiation(bytes);
+            s.server.Send(s.server.session().TakeOutput());
+            if (done) break;
+        }
+        s.server.Send(s.server.session().Seal({"250 renegotiated\r\n"}));
+    });
+    EXPECT_EQ(s.ReadLine(), "250 renegotiated");
+    serverSide.join();
+    CNvcString command("NOOP");
+    ASSERT_EQ(s.channel.SecureSendLine(command), 0);
+    EXPECT_EQ(s.server.ReceivePlain(6), "NOOP\r\n");
+}
+
 TEST(SecureChannelWrite, LongLineLeavesAsSeveralRecords) {
     StoreFolder store(nullptr);
     TlsTestServer::Options options;

@@ -44,6 +44,7 @@ public:
 
     TlsServerSession& session() { return session_; }
     bool Send(const std::string& bytes) { return peer_.Send(bytes); }
+    std::string ReceiveSome(int timeoutMs = 5000) { return peer_.ReceiveSome(timeoutMs); }
     // Plaintext from the client until `count` bytes came or the time ran out.
     std::string ReceivePlain(size_t count, int timeoutMs = 5000);
     void Close(bool reset = false) { peer_.Close(reset); }
