@@ -82,6 +82,18 @@ TEST(NvSmtpReply, SilentServerGivesNoCodeAndCutReplyGivesTimeout) {
     cut.lines();
 }
 
+TEST(NvSmtpReply, EndlessReplyStopsAtItsLimit) {
+    std::string flood;
+    while (flood.size() < (3u << 19)) flood += "250-" + std::string(16 * 1024, 'x') + "\r\n";
+    scripted::Peer peer(Opened({Hear(), SayRaw(flood), scripted::Hangup()}));
+    auto client = scripted::ClientFor(peer.port());
+    ASSERT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->SendCommand("NOOP", 0), CNvSmtp::kNoCompleteReply);
+    EXPECT_LE(client->m_lastResponse.GetLength(), (1u << 20) + 16 * 1024 + 8);
+    client->Quit();
+    peer.lines();
+}
+
 TEST(NvSmtpConnect, GreetingAfterSilenceIsTaken) {
     scripted::Peer peer(Join({Pause(1200), Say("220 late"), Hear(), Say("250 hi")}, kQuit));
     auto client = scripted::ClientFor(peer.port());
