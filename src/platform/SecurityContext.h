@@ -16,6 +16,9 @@
 // Store "MY":  the folder named by TELMORAQ_CERT_STORE, of PEM files (*.pem) each
 //              holding a certificate, optionally its chain, and its private key
 //              (or the key in <name>.key beside it). Unset: an empty store.
+// Known gaps:  a client certificate goes out without the rest of its chain. A
+//              key update the server asks for is answered through the next
+//              InitializeSecurityContext (SEC_I_RENEGOTIATE), never by a write.
 // See also:    openssl/SecurityContext.cpp, smtp/NvSecureProtocol.h
 #pragma once
 
