@@ -131,7 +131,6 @@ int32_t CNvSecureProtocol::HandshakeLoop(int32_t readFirst, SecBuffer& extra) {
     uint32_t count = 0;
     int32_t result = 0;
     SECURITY_STATUS status = SEC_I_CONTINUE_NEEDED;
-    SecBuffer token{0, SECBUFFER_TOKEN, nullptr};
     while (KeepsHandshakeGoing(status) && !bound.IsExpired()) {
         if (count == 0 || status == SEC_E_INCOMPLETE_MESSAGE) {
             if (readFirst) {
@@ -141,23 +140,12 @@ int32_t CNvSecureProtocol::HandshakeLoop(int32_t readFirst, SecBuffer& extra) {
                 readFirst = 1;
             }
         }
-        SecBuffer in[2] = {{count, SECBUFFER_TOKEN, input}, {0, SECBUFFER_EMPTY, nullptr}};
-        SecBufferDesc inDesc{SECBUFFER_VERSION, 2, in};
-        FreeContextBuffer(token.pvBuffer);  // a token of the last pass that was not sent
-        token = SecBuffer{0, SECBUFFER_TOKEN, nullptr};
-        SecBufferDesc outDesc{SECBUFFER_VERSION, 1, &token};
-        uint32_t attributes = 0;
-        status = InitializeSecurityContext(&m_credentials, &m_context, nullptr, kContextRequest,
-                                           SECURITY_NATIVE_DREP, &inDesc, &m_context, &outDesc, &attributes);
-        const bool sendsToken = status == SEC_E_OK || status == SEC_I_CONTINUE_NEEDED ||
-                                (status < 0 && (attributes & ISC_RET_EXTENDED_ERROR) != 0);
-        if (sendsToken && token.cbBuffer != 0 && token.pvBuffer != nullptr) {
-            result = SendToken(token);
-            if (result != 0) break;
-        }
-        if (status == SEC_E_INCOMPLETE_MESSAGE) continue;
+        SecBuffer second{0, SECBUFFER_EMPTY, nullptr};
+        status = StepContext(input, count, second, result);
+        if (result != 0) break;
+        if (status == SEC_E_INCOMPLETE_MESSAGE) continue;  // keep the input, fetch more
         if (status == SEC_E_OK) {
-            result = HandOutExtra(input, count, in[1], extra);
+            result = HandOutExtra(input, count, second, extra);
             break;
         }
         if (status < 0) break;  // a failed handshake: Handshake fails at the stream sizes
@@ -165,19 +153,40 @@ int32_t CNvSecureProtocol::HandshakeLoop(int32_t readFirst, SecBuffer& extra) {
             GetClientCredentials();
             readFirst = 0;
             status = SEC_I_CONTINUE_NEEDED;
-            continue;
+            continue;  // the same input again
         }
-        if (in[1].BufferType == SECBUFFER_EXTRA) {
-            std::memmove(input, input + count - in[1].cbBuffer, in[1].cbBuffer);
-            count = in[1].cbBuffer;
-        } else {
-            count = 0;
-        }
+        count = KeepUnconsumed(input, count, second);
     }
-    FreeContextBuffer(token.pvBuffer);
     std::free(input);
     if (result != 0) DeleteContext();
     return result;
+}
+
+// One context call on the input; its output token is sent (also an alert
+// after a failure) and freed. `sendResult` is the write's result.
+SECURITY_STATUS CNvSecureProtocol::StepContext(uint8_t* input, uint32_t count, SecBuffer& second,
+                                               int32_t& sendResult) {
+    SecBuffer in[2] = {{count, SECBUFFER_TOKEN, input}, {0, SECBUFFER_EMPTY, nullptr}};
+    SecBufferDesc inDesc{SECBUFFER_VERSION, 2, in};
+    SecBuffer token{0, SECBUFFER_TOKEN, nullptr};
+    SecBufferDesc outDesc{SECBUFFER_VERSION, 1, &token};
+    uint32_t attributes = 0;
+    const SECURITY_STATUS status = InitializeSecurityContext(
+        &m_credentials, &m_context, nullptr, kContextRequest, SECURITY_NATIVE_DREP, &inDesc, &m_context,
+        &outDesc, &attributes);
+    second = in[1];
+    const bool sendsToken = status == SEC_E_OK || status == SEC_I_CONTINUE_NEEDED ||
+                            (status < 0 && (attributes & ISC_RET_EXTENDED_ERROR) != 0);
+    if (sendsToken && token.cbBuffer != 0 && token.pvBuffer != nullptr) sendResult = SendToken(token);
+    FreeContextBuffer(token.pvBuffer);
+    return status;
+}
+
+// The bytes the package did not take move to the front; returns their number.
+uint32_t CNvSecureProtocol::KeepUnconsumed(uint8_t* input, uint32_t count, const SecBuffer& second) {
+    if (second.BufferType != SECBUFFER_EXTRA) return 0;
+    std::memmove(input, input + count - second.cbBuffer, second.cbBuffer);
+    return second.cbBuffer;
 }
 
 // More bytes for the handshake, behind those kept.

@@ -81,6 +81,9 @@ private:
     int32_t SendFirstToken(platform::SecBuffer& token);
     int32_t SetUpChannel(platform::SecBuffer& extra);
     int32_t ReadHandshakeInput(uint8_t* input, uint32_t& count);
+    platform::SECURITY_STATUS StepContext(uint8_t* input, uint32_t count, platform::SecBuffer& second,
+                                          int32_t& sendResult);
+    static uint32_t KeepUnconsumed(uint8_t* input, uint32_t count, const platform::SecBuffer& second);
     int32_t SendToken(platform::SecBuffer& token);
     int32_t HandOutExtra(const uint8_t* input, uint32_t count, const platform::SecBuffer& second,
                          platform::SecBuffer& extra);
