@@ -6,6 +6,7 @@
 
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/buffers/StringBuffer.h"
+#include "textlib/buffers/XString.h"
 #include "textlib/log/LogBase.h"
 #include "textlib/sys/BrelkinHandle.h"
 #include "textlib/sys/FileOps.h"
@@ -16,11 +17,10 @@ namespace {
 
 constexpr uint32_t kZeroTail = 4;
 
-bool isAscii(const char* text) {
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
-        if (*p >= 0x80) return false;
-    }
-    return true;
+bool fitsAnsi(const char* pathUtf8) {
+    XString name;
+    name.setUtf8(pathUtf8);
+    return name.isAnsiOk();
 }
 
 void logReadFailure(LogBase* log, const char* path) {
@@ -38,9 +38,9 @@ bool DataBuffer::loadFile(const char* pathUtf8, LogBase* log) {
     if (!pathUtf8) return false;
     BrelkinHandle* file = openForRead(pathUtf8, nullptr, log);
     if (!file) return false;
-    // The narrow and wide routes of the Windows build differ in their size
-    // query and messages; on POSIX a name fits the narrow one when it is ASCII.
-    bool narrow = isAscii(pathUtf8);
+    // The routes differ in their size query and messages; both open the
+    // same UTF-8 name here.
+    bool narrow = fitsAnsi(pathUtf8);
     uint64_t size = 0;
     if (narrow) {
         int64_t size64 = file->getSize64(log);

@@ -11,6 +11,7 @@
 #include "platform/FileIo.h"
 #include "platform/SystemError.h"
 #include "textlib/buffers/StringBuffer.h"
+#include "textlib/buffers/XString.h"
 #include "textlib/log/LogBase.h"
 #include "textlib/sys/BrelkinHandle.h"
 
@@ -33,23 +34,13 @@ int charsBefore(const char* text, const char* end) {
     return count;
 }
 
-// The name's length as the system's wide API would count it: 16-bit units.
-int wideLength(const char* text) {
-    int units = 0;
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
-        if ((*p & 0xC0) == 0x80) continue;
-        units += (*p >= 0xF0) ? 2 : 1;
-    }
-    return units;
-}
-
-// On POSIX the system's ANSI code page is not what names are stored in, so
-// only a plain ASCII name is known to fit it.
-bool isAnsiOk(const char* text) {
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
-        if (*p >= 0x80) return false;
-    }
-    return true;
+// The route by the Windows rule: the name's length in characters (16-bit
+// units) and whether it fits the system's ANSI code page.
+bool narrowRouteFor(const char* pathUtf8) {
+    XString name;
+    name.setUtf8(pathUtf8);
+    int numChars = name.getNumChars();
+    return takesNarrowRoute(numChars, name.isAnsiOk());
 }
 
 void logChange(LogBase* log, const char* message, const StringBuffer& before,
@@ -150,7 +141,7 @@ BrelkinHandle* openFile(const char* path, OpenMode mode, uint32_t* errorCode, Lo
     if (errorCode) *errorCode = 0;
     if (!path || !*path) return nullptr;
     std::string name = preparePath(path);
-    bool narrow = takesNarrowRoute(wideLength(name.c_str()), isAnsiOk(name.c_str()));
+    bool narrow = narrowRouteFor(name.c_str());
     uint32_t error = 0;
     platform::FileHandle file = openWithRetries(name, mode, error);
     if (file == platform::kNoFile && isReadOnly(name) &&
@@ -278,9 +269,21 @@ bool setAttributes(const char* path, uint32_t attributes) {
     return platform::SetFileAttributes(preparePath(path), attributes);
 }
 
+BrelkinHandle* openForRead(XString& path, uint32_t* errorCode, LogBase* log) {
+    return openForRead(path.getUtf8(), errorCode, log);
+}
+
+BrelkinHandle* createForWrite(XString& path, uint32_t* errorCode, LogBase* log) {
+    return createForWrite(path.getUtf8(), errorCode, log);
+}
+
+bool writeWholeFile(XString& path, const void* bytes, uint32_t length, LogBase* log) {
+    return writeWholeFile(path.getUtf8(), bytes, length, log);
+}
+
 void fullPathName(const char* path, StringBuffer& out) {
     std::string full;
-    if (!platform::FullPathName(path ? path : "", full)) {
+    if (!platform::FullPathName(preparePath(path ? path : ""), full)) {
         out.setString(path ? path : "");
         return;
     }

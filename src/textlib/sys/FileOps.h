@@ -6,7 +6,7 @@
 // open because it is read-only loses the read-only bit and is tried once more.
 // A name that fits the system's ANSI code page in under 260 characters takes
 // the "narrow" route, any other the "wide" route; on POSIX both open the same
-// bytes and differ only in what they log (see README.md).
+// UTF-8 bytes and differ only in what they log (see README.md).
 //
 // Input:       paths in UTF-8; null or empty paths fail. A LogBase may be null.
 // Diagnostics: bool or null results; `errorCode` gets the last system error,
@@ -22,6 +22,7 @@ namespace brelkin {
 class BrelkinHandle;
 class LogBase;
 class StringBuffer;
+class XString;
 
 // Replaces the characters Windows forbids in a name; a first colon among the
 // first 7 characters (a drive letter) stays.
@@ -44,6 +45,11 @@ bool createForWriteInto(BrelkinHandle& handle, const char* path, uint32_t* error
 // Creates or truncates the file and writes `length` bytes (none when `bytes`
 // is null or `length` 0).
 bool writeWholeFile(const char* path, const void* bytes, uint32_t length, LogBase* log);
+
+// The same for a name held in an XString (its UTF-8 form is opened).
+BrelkinHandle* openForRead(XString& path, uint32_t* errorCode, LogBase* log);
+BrelkinHandle* createForWrite(XString& path, uint32_t* errorCode, LogBase* log);
+bool writeWholeFile(XString& path, const void* bytes, uint32_t length, LogBase* log);
 
 bool getAttributes(const char* path, uint32_t* attributes, uint32_t* errorCode, LogBase* log);
 bool setAttributes(const char* path, uint32_t attributes);

@@ -197,16 +197,30 @@ TEST(FileOps, MissingFileGivesPathClassWithLog) {
     }
 }
 
-TEST(FileOps, NonAsciiNameLogsTheWideRoute) {
+TEST(FileOps, RouteFollowsAnsiFitAndLength) {
     testsupport::TempDir dir;
-    const std::string path = dir.file("f\xc3\xa9.txt");
-    Logger log;
-    EXPECT_EQ(brelkin::openForRead(path.c_str(), nullptr, &log), nullptr);
-    EXPECT_NE(xmlOf(log).find("<utf8Filename>" + path), std::string::npos);
-    ASSERT_TRUE(brelkin::writeWholeFile(path.c_str(), "ab", 2, nullptr));
-    brelkin::DataBuffer buffer;
-    ASSERT_TRUE(buffer.loadFile(path.c_str(), nullptr));
-    EXPECT_EQ(buffer.getSize(), 2u);
+    struct Case {
+        const char* name;
+        std::string path;
+        const char* wantTag;
+    };
+    const Case cases[] = {
+        {"latin-1 fits the ANSI page", dir.file("f\xc3\xa9.txt"), "<currentWorkingDirectory>"},
+        {"CJK does not", dir.file("f\xe6\x97\xa5.txt"), "<utf8Filename>"},
+        {"260 characters or more", dir.file(std::string(250, 'a')), "<utf8Filename>"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Logger log;
+        EXPECT_EQ(brelkin::openForRead(c.path.c_str(), nullptr, &log), nullptr);
+        EXPECT_NE(xmlOf(log).find(c.wantTag), std::string::npos) << xmlOf(log);
+        // Either route opens the same UTF-8 name.
+        ASSERT_TRUE(brelkin::writeWholeFile(c.path.c_str(), "ab", 2, nullptr));
+        brelkin::DataBuffer buffer;
+        ASSERT_TRUE(buffer.loadFile(c.path.c_str(), nullptr));
+        EXPECT_EQ(buffer.getSize(), 2u);
+        EXPECT_EQ(testsupport::ReadFile(c.path), "ab");
+    }
 }
 
 TEST(FileOps, ReadOnlyFileOpenedForWritingLosesTheBit) {
