@@ -128,9 +128,12 @@ int randomRange(int low, int high) {
     if (low == high) return low;
     double span = static_cast<double>(high) - static_cast<double>(low);
     double drawn = static_cast<double>(low) + platform::rand() / 32768.0 * span;
-    if (drawn < low) return low;
-    if (drawn > high) return high;
-    return static_cast<int>(drawn);
+    int value = static_cast<int>(drawn);
+    int lowest = low < high ? low : high;
+    int highest = low < high ? high : low;
+    if (value < lowest) return lowest;
+    if (value > highest) return highest;
+    return value;
 }
 
 }  // namespace brelkin

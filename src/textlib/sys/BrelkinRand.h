@@ -42,7 +42,8 @@ private:
 // a null `out` or when the system gives none.
 bool randomBytes(int count, unsigned char* out);
 
-// A number from low to high (high reached only by clamping); low when equal.
+// A number between low and high, truncated toward zero and clamped to the
+// range (either order of the bounds); low when they are equal.
 int randomRange(int low, int high);
 
 // The next value of the process-wide R250, set up on first use.

@@ -40,6 +40,11 @@ TEST(RandomRange, StaysWithinBounds) {
     // Truncation toward zero: -3 only for a draw of 0, and 3 never.
     EXPECT_GE(seen.size(), 5u);
     EXPECT_EQ(seen.count(3), 0u);
+    for (int i = 0; i < 200; ++i) {
+        int reversed = brelkin::randomRange(10, 0);
+        ASSERT_GE(reversed, 0);
+        ASSERT_LE(reversed, 10);
+    }
 }
 
 TEST(RandomBytes, RefusesBadArgumentsAndFillsBuffers) {
