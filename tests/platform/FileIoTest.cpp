@@ -72,11 +72,3 @@ TEST(FileIo, ReadOnlyBitRefusesWritersWhateverTheUser) {
     EXPECT_NE(writer, kNoFile);
     CloseFile(writer);
 }
-
-TEST(FileIo, FullPathNameOfRelativeAndAbsolutePaths) {
-    std::string out;
-    ASSERT_TRUE(FullPathName("/a/b", out));
-    EXPECT_EQ(out, "/a/b");
-    ASSERT_TRUE(FullPathName("x/y", out));
-    EXPECT_EQ(out, CurrentDirectory() + "/x/y");
-}

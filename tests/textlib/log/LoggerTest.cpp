@@ -9,7 +9,6 @@
 
 #include "support/TestPaths.h"
 #include "textlib/buffers/StringBuffer.h"
-#include "textlib/log/LogNull.h"
 
 using brelkin::Logger;
 using brelkin::StringBuffer;
@@ -223,13 +222,4 @@ TEST(Logger, ConcurrentWritersLoseNoEntry) {
         ++count;
     }
     EXPECT_EQ(count, 1000u);
-}
-
-TEST(LogNull, DropsEverythingAndSucceeds) {
-    brelkin::LogNull log;
-    EXPECT_TRUE(log.LogError("x"));
-    EXPECT_TRUE(log.LogData("", "x"));
-    StringBuffer out("untouched");
-    log.getXml(out);
-    EXPECT_STREQ(out.getString(), "untouched");
 }

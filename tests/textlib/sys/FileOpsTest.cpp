@@ -240,24 +240,6 @@ TEST(FileOps, ReadOnlyFileOpenedForWritingLosesTheBit) {
     EXPECT_NE(modeOf(path) & 0200, 0u);
 }
 
-TEST(FileOps, WriterSharesNothingWithinTheProcess) {
-    testsupport::TempDir dir;
-    const std::string path = dir.file("w.txt");
-    BrelkinHandle* writer = brelkin::createForWrite(path.c_str(), nullptr, nullptr);
-    ASSERT_NE(writer, nullptr);
-    uint32_t errorCode = 0;
-    EXPECT_EQ(brelkin::openForRead(path.c_str(), &errorCode, nullptr), nullptr);
-    EXPECT_EQ(errorCode, platform::kErrorSharingViolation);
-    delete writer;
-
-    BrelkinHandle* reader1 = brelkin::openForRead(path.c_str(), nullptr, nullptr);
-    BrelkinHandle* reader2 = brelkin::openForRead(path.c_str(), nullptr, nullptr);
-    EXPECT_NE(reader1, nullptr);
-    EXPECT_NE(reader2, nullptr);
-    delete reader1;
-    delete reader2;
-}
-
 TEST(FileOps, FileLockedByAnotherProcessIsTriedFourTimes) {
     testsupport::TempDir dir;
     const std::string path = dir.file("locked.txt");
@@ -311,18 +293,6 @@ TEST(FileOps, StreamHandleReadsToEnd) {
     EXPECT_TRUE(handle.read(buffer, sizeof buffer, &got, &eof, nullptr));
     EXPECT_EQ(got, 3u);
     EXPECT_TRUE(eof);
-}
-
-TEST(FileOps, TakeFromMovesTheFile) {
-    testsupport::TempDir dir;
-    BrelkinHandle* opened = brelkin::createForWrite(dir.file("t").c_str(), nullptr, nullptr);
-    ASSERT_NE(opened, nullptr);
-    BrelkinHandle target;
-    target.takeFrom(*opened);
-    EXPECT_TRUE(target.isOpen());
-    EXPECT_FALSE(opened->isOpen());
-    delete opened;
-    EXPECT_TRUE(target.write("ok", 2, 0, nullptr, nullptr));
 }
 
 TEST(DataBufferLoadFile, KeepsFourZeroBytesBehindTheData) {
