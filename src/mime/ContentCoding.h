@@ -6,6 +6,12 @@
 // first "=", quoted-printable keeps malformed escapes as text and repairs
 // sign-extended "=FFFFFFxx" escapes.
 //
+// Encoded words (ContentCodingWords.cpp): long header text is split into
+// words of whole characters, about 30 a word, each piece prolonged to the
+// next blank so that no word breaks inside a character or a word of the text.
+// Decoding gives UTF-8 and stops quietly at a word that is cut off: the text
+// from its "=?" on is dropped, never shown half-decoded.
+//
 // Input:       any bytes. Outputs are appended to; nothing is cleared.
 // Diagnostics: false only for empty input (quoted-printable decoding) or when
 //              the output could not grow.
@@ -45,6 +51,29 @@ public:
     // Upper bounds of the encoders' output for `count` input bytes.
     static uint64_t base64EncodedSize(uint64_t count, int lineLength);
     static uint64_t quotedPrintableEncodedSize(uint64_t count);
+
+    // Encoded words. The encoders append "=?charset?B?...?=" / "?Q?" words
+    // separated by CR LF TAB; a code page of 0 means UTF-8. They return false
+    // only when nothing could be written for non-empty input.
+    bool encodeBWords(const void* bytes, uint32_t count, int codePage, const char* charsetName,
+                      StringBuffer& out) const;
+    bool encodeQWords(const void* bytes, uint32_t count, int codePage, const char* charsetName,
+                      StringBuffer& out) const;
+    // One word, unsplit; B for the East Asian, Thai, Turkish and Arabic
+    // charsets, Q for the rest. Text already holding "?Q?"/"?B?" is appended as is.
+    bool encodeWordByCharset(const void* bytes, uint32_t count, const char* charsetName,
+                             StringBuffer& out) const;
+    // Replace `text` by its decoded UTF-8 form (mode 2). Never fail.
+    static void decodeEncodedWords(StringBuffer& text);
+    // As above; a "," produced by decoding comes out as "_COMMA_".
+    static void decodeEncodedWordsForAddresses(StringBuffer& text, bool& sawComma);
+    // The decoded bytes, no charset conversion, appended to `out`.
+    static void decodeEncodedWordsRaw(const StringBuffer& text, DataBuffer& out);
+
+    // The Q text of one word, both ways. Q encoding escapes "," as well when
+    // m_encodeCommas is set. A decoding count below 1 means zero-terminated.
+    void encodeQText(const void* bytes, uint32_t count, StringBuffer& out) const;
+    static void decodeQText(const char* text, int count, DataBuffer& out);
 
     bool getEncodeCommas() const { return m_encodeCommas; }
     void setEncodeCommas(bool encode) { m_encodeCommas = encode; }
