@@ -1,0 +1,305 @@
+// EncodedWordsTest.cpp - header encoded words: broken input, word splitting, round trips
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "mime/ContentCoding.h"
+#include "textlib/buffers/DataBuffer.h"
+#include "textlib/buffers/StringBuffer.h"
+#include "textlib/charset/BkCharset.h"
+#include "textlib/charset/EncodingConvert.h"
+
+using brelkin::ContentCoding;
+using brelkin::DataBuffer;
+using brelkin::StringBuffer;
+
+namespace {
+
+std::string str(const StringBuffer& b) {
+    return std::string(b.getString(), b.getSize());
+}
+std::string str(const DataBuffer& b) {
+    return std::string(reinterpret_cast<const char*>(b.getData()), b.getSize());
+}
+
+std::string decode(const std::string& in) {
+    StringBuffer text;
+    text.appendN(in.data(), static_cast<int>(in.size()));
+    ContentCoding::decodeEncodedWords(text);
+    EXPECT_EQ(text.getMode(), 2);
+    return str(text);
+}
+
+std::string convert(const std::string& in, const char* from, const char* to) {
+    DataBuffer out;
+    brelkin::EncodingConvert().convertByNames(from, to, in.data(), in.size(), out);
+    return str(out);
+}
+
+// The words of an encoder's output, split at the separator it writes.
+std::vector<std::string> words(const std::string& encoded) {
+    std::vector<std::string> out;
+    size_t start = 0;
+    for (size_t at = encoded.find("\r\n\t"); at != std::string::npos;
+         at = encoded.find("\r\n\t", start)) {
+        out.push_back(encoded.substr(start, at - start));
+        start = at + 3;
+    }
+    out.push_back(encoded.substr(start));
+    return out;
+}
+
+std::string removeSeparators(std::string s) {
+    for (size_t at = s.find("\r\n\t"); at != std::string::npos; at = s.find("\r\n\t"))
+        s.erase(at, 3);
+    return s;
+}
+
+std::string encode(bool isB, const std::string& in, int codePage, const char* charset,
+                   bool commas = false) {
+    ContentCoding coder;
+    coder.setEncodeCommas(commas);
+    StringBuffer out;
+    if (isB) {
+        EXPECT_TRUE(coder.encodeBWords(in.data(), in.size(), codePage, charset, out));
+    } else {
+        EXPECT_TRUE(coder.encodeQWords(in.data(), in.size(), codePage, charset, out));
+    }
+    return str(out);
+}
+
+bool isWholeUtf8(const std::string& s) {
+    for (size_t i = 0; i < s.size();) {
+        unsigned char c = s[i];
+        size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+        if (n == 0 || i + n > s.size()) return false;
+        for (size_t k = 1; k < n; ++k) {
+            if ((static_cast<unsigned char>(s[i + k]) >> 6) != 2) return false;
+        }
+        i += n;
+    }
+    return true;
+}
+
+// About 50 characters of each script, with blanks every few characters.
+const char kJapanese[] =
+    "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE3\x81\xAE\xE6\x96\x87\xE7\xAB\xA0 "
+    "\xE3\x81\x93\xE3\x82\x8C\xE3\x81\xAF\xE9\x95\xB7\xE3\x81\x84\xE4\xBB\xB6\xE5\x90\x8D "
+    "\xE3\x81\xA7\xE3\x81\x99\xE3\x80\x82\xE5\x88\x86\xE5\x89\xB2\xE3\x81\x95\xE3\x82\x8C "
+    "\xE3\x82\x8B\xE3\x81\xB9\xE3\x81\x8D\xE3\x81\xA7\xE3\x81\x99\xE3\x80\x82 "
+    "\xE6\x9D\xB1\xE4\xBA\xAC\xE3\x81\xA8\xE5\xA4\xA7\xE9\x98\xAA\xE3\x81\xA8\xE4\xBA\xAC"
+    "\xE9\x83\xBD \xE3\x81\xAE\xE5\xA4\xA9\xE6\xB0\x97\xE4\xBA\x88\xE5\xA0\xB1";
+const char kChinese[] =
+    "\xE4\xB8\xAD\xE6\x96\x87\xE9\x82\xAE\xE4\xBB\xB6 \xE4\xB8\xBB\xE9\xA2\x98\xE5\xBE\x88"
+    "\xE9\x95\xBF \xE9\x9C\x80\xE8\xA6\x81\xE5\x88\x86\xE6\x88\x90\xE5\x87\xA0\xE4\xB8\xAA "
+    "\xE7\xBC\x96\xE7\xA0\x81\xE8\xAF\x8D \xE6\xAF\x8F\xE4\xB8\xAA\xE9\x83\xBD\xE6\x98\xAF"
+    "\xE5\xAE\x8C\xE6\x95\xB4\xE7\x9A\x84\xE5\xAD\x97\xE7\xAC\xA6 \xE5\x8C\x97\xE4\xBA\xAC"
+    "\xE4\xB8\x8A\xE6\xB5\xB7\xE5\xB9\xBF\xE5\xB7\x9E \xE6\xB7\xB1\xE5\x9C\xB3";
+const char kLatin[] =
+    "Gr\xC3\xBC\xC3\x9F"
+    "e aus M\xC3\xBCnchen und K\xC3\xB6ln: \xC3\xA4rgerliche "
+    "\xC3\x9C"
+    "berraschung f\xC3\xBCr alle L\xC3\xA4"
+    "nder \xE2\x82\xAC 100";
+
+}  // namespace
+
+TEST(EncodedWordDecode, BrokenAndOddWords) {
+    struct Case {
+        const char* name;
+        std::string input;
+        std::string want;
+    } cases[] = {
+        {"plain text untouched", "just text", "just text"},
+        {"cut off: no end", "=?utf-8?Q?a", ""},
+        {"cut off keeps what stood before", "x =?utf-8?Q?a", "x "},
+        {"cut off inside the charset name", "ab=?utf-8", "ab"},
+        {"cut off after the encoding byte", "ab=?utf-8?Q", "ab"},
+        {"no ? behind the encoding byte", "ab=?utf-8?QQa?=", "ab"},
+        {"nothing behind the ?", "ab=?utf-8?Q?", "ab"},
+        {"cut off second word drops only it", "=?utf-8?Q?a?= =?utf-8?Q?b", "a "},
+        {"8bit read as utf-8", "=?8bit?B?w6Q=?=", "\xC3\xA4"},
+        {"8bit in any case", "=?8BIT?Q?=C3=A4?=", "\xC3\xA4"},
+        {"unknown charset keeps the bytes", "=?x-nothing?Q?=E4?=", "\xE4"},
+        {"known charset converted", "=?iso-8859-1?Q?=E4?=", "\xC3\xA4"},
+        {"lower-case b means base64", "=?utf-8?b?w6Q=?=", "\xC3\xA4"},
+        {"any other encoding byte means Q", "=?utf-8?X?a_b?=", "a b"},
+        {"empty text gives nothing",
+         "a=?utf-8?Q?"
+         "?=b",
+         "ab"},
+        {"blanks between words kept", "=?utf-8?Q?a?= \t=?utf-8?Q?b?=", "a \tb"},
+        {"? = inside the text ends the word", "=?utf-8?Q?a?=b?=", "ab?="},
+        {"text begins with =XX, not with ?=", "=?utf-8?Q?=41?=", "A"},
+        {"multi-byte charset", "=?shift_jis?B?k/qWe4zq?=", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(decode(c.input), c.want);
+    }
+}
+
+TEST(EncodedWordDecode, QTextRules) {
+    struct Case {
+        const char* name;
+        std::string input;
+        std::string want;
+    } cases[] = {
+        {"? dropped", "a?b", "ab"},
+        {"underscore and blank give a blank", "a_b c", "a b c"},
+        {"hex either case", "=c3=A4", "\xC3\xA4"},
+        {"= without two hex digits copied", "=G1=", "=G1="},
+        {"= with one byte behind copied", "a=4", "a=4"},
+        {"controls and 127-159 dropped",
+         "a\x01\x7F\x80\x9F"
+         "b",
+         "ab"},
+        {"160-255 copied", "\xA0\xFF", "\xA0\xFF"},
+        {"tab dropped", "a\tb", "ab"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DataBuffer out;
+        ContentCoding::decodeQText(c.input.c_str(), static_cast<int>(c.input.size()), out);
+        EXPECT_EQ(str(out), c.want);
+    }
+    DataBuffer zeroTerminated;
+    ContentCoding::decodeQText("a_b\0c", 0, zeroTerminated);
+    EXPECT_EQ(str(zeroTerminated), "a b");
+}
+
+TEST(EncodedWordDecode, AddressCommasAndRawBytes) {
+    StringBuffer text("=?utf-8?Q?Doe=2C_John?= <j@x.org>, a@b.c");
+    bool sawComma = false;
+    ContentCoding::decodeEncodedWordsForAddresses(text, sawComma);
+    EXPECT_TRUE(sawComma);
+    EXPECT_EQ(str(text), "Doe_COMMA_ John <j@x.org>, a@b.c");
+
+    StringBuffer noComma("=?utf-8?Q?Doe?= <j@x.org>, a@b.c");
+    sawComma = true;
+    ContentCoding::decodeEncodedWordsForAddresses(noComma, sawComma);
+    EXPECT_FALSE(sawComma) << "commas of the plain text are not the decoder's";
+
+    DataBuffer raw;
+    raw.append("<", 1);
+    ContentCoding::decodeEncodedWordsRaw(StringBuffer("a =?iso-8859-1?Q?=E4?= =?8bit?B?w6Q=?= =?x"),
+                                         raw);
+    EXPECT_EQ(str(raw), "<a \xE4 \xC3\xA4 ") << "no conversion, stops with what it has";
+}
+
+TEST(EncodedWordEncode, QTextAndSingleWords) {
+    ContentCoding coder;
+    StringBuffer q;
+    coder.encodeQText("a b=?_,\x7F\xC3", 9, q);
+    EXPECT_EQ(str(q), "a_b=3D=3F=5F,=7F=C3");
+    coder.setEncodeCommas(true);
+    q.clear();
+    coder.encodeQText("a,b", 3, q);
+    EXPECT_EQ(str(q), "a=2Cb");
+
+    EXPECT_EQ(encode(false, "caf\xC3\xA9", 0, nullptr), "=?utf-8?Q?caf=C3=A9?=");
+    EXPECT_EQ(encode(false, "caf\xC3\xA9", 65001, ""), "=?utf-8?Q?caf=C3=A9?=");
+    EXPECT_EQ(encode(true, "caf\xC3\xA9", 65001, "utf-8"), "=?utf-8?B?Y2Fmw6k=?=");
+    EXPECT_EQ(encode(true, "caf\xC3\xA9", 65001, nullptr), "") << "B needs a charset name";
+    EXPECT_EQ(encode(true, "plain text", 65001, "utf-8"), "plain text");
+    EXPECT_EQ(encode(false, " \t ", 65001, "utf-8"), " \t ");
+    EXPECT_EQ(encode(false, "", 65001, "utf-8"), "");
+    // Under ISO-2022-JP a 7-bit text may hold shift sequences and must be encoded.
+    EXPECT_EQ(encode(true, "\x1B$B$\"\x1B(B", 50220, "iso-2022-jp"),
+              "=?iso-2022-jp?B?GyRCJCIbKEI=?=");
+    EXPECT_EQ(encode(true, "a[b", 50220, "iso-2022-jp"), "=?iso-2022-jp?B?YVti?=");
+    EXPECT_EQ(encode(true, "a[b", 28591, "iso-8859-1"), "a[b");
+    EXPECT_EQ(encode(false, std::string(60, 'x'), 65001, "utf-8"),
+              "=?utf-8?Q?" + std::string(60, 'x') + "?=")
+        << "under 61 bytes one word";
+}
+
+TEST(EncodedWordEncode, ByCharsetChoosesBOrQ) {
+    auto byCharset = [](const std::string& in, const char* charset) {
+        StringBuffer out;
+        EXPECT_TRUE(ContentCoding().encodeWordByCharset(in.data(), in.size(), charset, out));
+        return str(out);
+    };
+    EXPECT_EQ(byCharset("\xA4", "SHIFT_JIS"), "=?SHIFT_JIS?B?pA==?=");
+    EXPECT_EQ(byCharset("\xA4", "windows-1254"), "=?windows-1254?B?pA==?=");
+    EXPECT_EQ(byCharset("\xA4", "iso-8859-1"), "=?iso-8859-1?Q?=A4?=");
+    EXPECT_EQ(byCharset("\xA4", nullptr), "=?utf-8?Q?=A4?=");
+    std::string long100(120, 'x');
+    EXPECT_EQ(byCharset(long100, "utf-8"), "=?utf-8?Q?" + long100 + "?=") << "never split";
+    std::string already = std::string(90, 'x') + "=?a?q?b?=";
+    EXPECT_EQ(byCharset(already, "utf-8"), already);
+    std::string late = std::string(100, 'x') + "?Q?";
+    EXPECT_NE(byCharset(late, "utf-8"), late) << "the marker counts in the first 100 bytes only";
+}
+
+// Each word must hold whole characters: converted alone, it gives the same
+// characters as its share of the text; the pieces join up to the text, and
+// every piece after the first starts with the blank it was cut at.
+TEST(EncodedWordEncode, LongTextsSplitIntoWholeCharacters) {
+    struct Case {
+        const char* charset;
+        int codePage;
+        const char* utf8;
+    } cases[] = {
+        {"shift_jis", 932, kJapanese},     {"gb2312", 936, kChinese},
+        {"utf-8", 65001, kJapanese},       {"utf-8", 65001, kLatin},
+        {"iso-2022-jp", 50220, kJapanese},
+    };
+    for (const Case& c : cases) {
+        for (bool isB : {false, true}) {
+            SCOPED_TRACE(std::string(c.charset) + (isB ? " B" : " Q"));
+            std::string bytes = convert(c.utf8, "utf-8", c.charset);
+            ASSERT_FALSE(bytes.empty());
+            std::vector<std::string> list = words(encode(isB, bytes, c.codePage, c.charset));
+            EXPECT_GT(list.size(), 1u);
+            std::string joined;
+            for (size_t i = 0; i < list.size(); ++i) {
+                std::string piece = decode(list[i]);
+                EXPECT_TRUE(isWholeUtf8(piece)) << "word " << i << ": " << list[i];
+                if (i > 0) {
+                    EXPECT_EQ(piece[0], ' ') << "word " << i;
+                }
+                joined += piece;
+            }
+            EXPECT_EQ(joined, c.utf8);
+        }
+    }
+}
+
+TEST(EncodedWordEncode, LongTextWithoutBlanksStaysOneWord) {
+    std::string noBlanks;
+    for (int i = 0; i < 40; ++i) noBlanks += "\xE6\x97\xA5";
+    for (bool isB : {false, true}) {
+        std::string encoded = encode(isB, noBlanks, 65001, "utf-8");
+        EXPECT_EQ(words(encoded).size(), 1u);
+        EXPECT_EQ(decode(encoded), noBlanks);
+    }
+    // A code page nobody knows gives nothing to split: nothing is written.
+    StringBuffer out;
+    std::string text(80, 'a');
+    EXPECT_FALSE(ContentCoding().encodeQWords(text.data(), text.size(), 99999, "x-none", out));
+    EXPECT_EQ(out.getSize(), 0);
+}
+
+TEST(EncodedWordRoundTrip, QAndBThroughTheDecoder) {
+    std::mt19937 rng(7);
+    const std::string alphabet[] = {
+        "a",  "Z", " ", "_", "=", "?", ",", "\t", "\xC3\xA4", "\xE6\x97\xA5", "\xE2\x82\xAC",
+        "?=", "=?"};
+    for (int round = 0; round < 300; ++round) {
+        std::string text;
+        size_t n = rng() % 120;
+        for (size_t i = 0; i < n; ++i)
+            text += alphabet[rng() % (sizeof alphabet / sizeof *alphabet)];
+        bool commas = round % 2;
+        for (bool isB : {false, true}) {
+            SCOPED_TRACE(text);
+            std::string encoded = encode(isB, text, 65001, "utf-8", commas);
+            bool needs = text.find_first_of("\x80\xC3\xE6\xE2\xF0") != std::string::npos;
+            if (isB && !needs) continue;  // written as it is
+            EXPECT_EQ(removeSeparators(decode(encoded)), text);
+        }
+    }
+}
