@@ -30,7 +30,7 @@ class LogBase;
 class _bkCharset;
 
 class MimeField : public BrelkinObject {
-public:
+  public:
     MimeField() = default;
     ~MimeField() override = default;
 
@@ -54,23 +54,28 @@ public:
     StringBuffer m_name;    // as written, any case
     StringBuffer m_value;   // UTF-8, unfolded, decoded
 
-private:
+  private:
+    // The charset the value's bytes are written in, and the message's code
+    // page, which decides the rules for 7-bit stateful charsets.
+    struct Target {
+        int codePage;
+        const char* name;
+        int messageCodePage;
+    };
+
     void encodeValue(StringBuffer& out, const _bkCharset& charset, LogBase& log, bool verbose);
-    bool encodeStructured(bool useQ, ContentCoding& coder, const char* bytes, int count,
-                          int codePage, const char* charsetName, int messageCodePage,
-                          StringBuffer& out);
+    void encodeStructured(bool useQ, ContentCoding& coder, const char* bytes, int count,
+                          const Target& target, StringBuffer& out);
     void encodeParams(bool useQ, ContentCoding& coder, const char* bytes, int count,
-                      int codePage, const char* charsetName, int messageCodePage,
-                      StringBuffer& out, StringBuffer& pending, StringBuffer& current);
+                      const Target& target, StringBuffer& out, StringBuffer& pending,
+                      StringBuffer& current);
     void encodeSegment(bool useQ, bool isParam, bool foldMode, ContentCoding& coder,
-                       const char* bytes, int count, int codePage, const char* charsetName,
-                       int messageCodePage, StringBuffer& out);
+                       const char* bytes, int count, const Target& target, StringBuffer& out);
     void encodeWords(bool useQ, bool comma, ContentCoding& coder, const char* bytes, int count,
-                     int codePage, const char* charsetName, StringBuffer& out);
+                     const Target& target, StringBuffer& out);
     void foldAscii(StringBuffer& out, bool freeText, LogBase& log);
     void foldPlain(StringBuffer& out, bool foldMode, const char* bytes, int count);
-    void rebuildAddressesWithCommas();
-    void removeFolds(StringBuffer& value);
+    void rebuildAddressList();
 };
 
 }  // namespace brelkin

@@ -1,0 +1,292 @@
+// MimeFieldTest.cpp - fields read in and written out: classes, roads, fold columns
+#include "mime/MimeField.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "mime/ContentCoding.h"
+#include "textlib/buffers/StringBuffer.h"
+#include "textlib/charset/BkCharset.h"
+#include "textlib/log/LogNull.h"
+
+using brelkin::ContentCoding;
+using brelkin::MimeField;
+using brelkin::StringBuffer;
+
+namespace {
+
+const char kUe[] = "\xC3\xBC";                                   // u umlaut
+const char kNihongo[] = "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E";  // three CJK characters
+
+std::string str(const StringBuffer& b) {
+    return std::string(b.getString(), b.getSize());
+}
+
+MimeField parsed(const std::string& raw) {
+    MimeField field;
+    brelkin::LogNull log;
+    StringBuffer text;
+    text.appendN(raw.data(), static_cast<int>(raw.size()));
+    EXPECT_TRUE(field.parse(text, log, false)) << raw;
+    return field;
+}
+
+std::string value(const std::string& raw) {
+    return str(parsed(raw).m_value);
+}
+
+std::string written(MimeField& field, const char* charset) {
+    brelkin::_bkCharset cs;
+    cs.setByName(charset);
+    brelkin::LogNull log;
+    StringBuffer out;
+    field.assemble(out, cs, log, false);
+    return str(out);
+}
+
+std::string written(const std::string& raw, const char* charset) {
+    MimeField field = parsed(raw);
+    return written(field, charset);
+}
+
+std::vector<std::string> lines(const std::string& s) {
+    std::vector<std::string> out;
+    size_t start = 0;
+    for (size_t at = s.find("\r\n"); at != std::string::npos; at = s.find("\r\n", start)) {
+        out.push_back(s.substr(start, at - start));
+        start = at + 2;
+    }
+    out.push_back(s.substr(start));
+    return out;
+}
+
+// The field read back as a receiving program would: folds out, words decoded.
+std::string readBack(const std::string& header) {
+    MimeField field = parsed(header);
+    return str(field.m_value);
+}
+
+}  // namespace
+
+TEST(MimeFieldParse, NamesBlanksAndListSeparators) {
+    MimeField subject = parsed("Subject:   a  ");
+    EXPECT_EQ(str(subject.m_value), "  a  ") << "one blank behind the colon goes, no trim";
+    EXPECT_EQ(written(subject, "us-ascii"), "Subject:   a  ");
+    EXPECT_EQ(value("X-Other:   a  "), "a");
+    EXPECT_EQ(std::string(parsed(" X Foo <bar> : v").getName()), "X-Foo--bar-");
+    EXPECT_EQ(std::string(parsed("it's \"q\": v").getName()), "it-s--q-");
+
+    EXPECT_EQ(value("To: a@b.c; d@e.f"), "a@b.c, d@e.f");
+    EXPECT_EQ(value("bcc: a@b.c;d@e.f"), "a@b.c,d@e.f");
+    EXPECT_EQ(value("From: a@b.c; d@e.f"), "a@b.c; d@e.f");
+    EXPECT_EQ(value("Received: from a  \t by b;\r\n\t Mon"), "from a by b; Mon");
+    EXPECT_EQ(value("Empty:"), "");
+
+    MimeField field;
+    brelkin::LogNull log;
+    EXPECT_FALSE(field.parse(StringBuffer("no colon here"), log, true));
+    EXPECT_TRUE(parsed("User-Agent: x").m_noFold);
+    EXPECT_FALSE(parsed("Accept: x").m_noFold) << "only set() marks Accept";
+}
+
+TEST(MimeFieldParse, EncodedWordsDecodedAndUnfolded) {
+    EXPECT_EQ(value("Subject: =?utf-8?Q?caf=C3=A9?=\r\n\t=?utf-8?B?IGF1IGxhaXQ=?="),
+              "caf\xC3\xA9 au lait");
+    EXPECT_EQ(value("Subject: =?iso-8859-1?q?K=FC?=\r\n =?iso-8859-1?Q?hl?="), "K\xC3\xBChl");
+    EXPECT_EQ(value("Subject: long\r\n\tline"), "longline") << "unfolding takes the blank";
+    EXPECT_EQ(value("Subject: =?utf-8?Q?a?= =?utf-8?Q?b"), "a ") << "a cut-off word goes";
+
+    // A comma out of an encoded word is part of a name, not a separator.
+    EXPECT_EQ(value("To: =?utf-8?Q?Doe=2C_John?= <j@x.org>"), "\"Doe, John\" <j@x.org>");
+    EXPECT_EQ(value("Cc: =?utf-8?B?TcO8bGxlciwgQW5uYQ==?= <a@x.org>, Bob <b@y.org>"),
+              "\"M\xC3\xBCller, Anna\" <a@x.org>,Bob <b@y.org>");
+    EXPECT_EQ(value("To: =?utf-8?Q?Doe_John?= <j@x.org>, k@y.org"), "Doe John <j@x.org>, k@y.org")
+        << "no comma decoded: the list stands as it was";
+    EXPECT_EQ(value("Subject: =?utf-8?Q?a=2Cb?="), "a,b");
+
+    MimeField set;
+    set.set("Accept", "=?utf-8?Q?x?=\r\n\t=?utf-8?B?eQ==?=");
+    EXPECT_EQ(str(set.m_value), "xy");
+    EXPECT_TRUE(set.m_noFold);
+}
+
+TEST(MimeFieldWrite, FreeTextAndStructuredUnderUsAscii) {
+    EXPECT_EQ(written("Empty:", "utf-8"), "Empty:");
+    EXPECT_EQ(written("Subject:", "utf-8"), "Subject: ") << "a subject keeps its blank";
+
+    // "Subject: " is 9 bytes: a value of 69 fills the line to 78 and stays.
+    std::string fits = "Subject: " + std::string(30, 'a') + " " + std::string(38, 'b');
+    EXPECT_EQ(written(fits, "us-ascii"), fits);
+    std::string over = fits + "c";
+    EXPECT_EQ(written(over, "us-ascii"), over)
+        << "longer than 78, but no blank at column 61 or behind: one line";
+
+    // A blank at column 60 stays; the one at 61 carries the fold.
+    std::string at60 = "Subject: " + std::string(50, 'a') + " " + std::string(4, 'b') + " cc " +
+                       std::string(20, 'd');
+    EXPECT_EQ(lines(written(at60, "us-ascii"))[0], "Subject: " + std::string(50, 'a') + " bbbb");
+    std::string at61 = "Subject: " + std::string(51, 'a') + " " + std::string(30, 'b');
+    EXPECT_EQ(written(at61, "us-ascii"),
+              "Subject: " + std::string(51, 'a') + "\r\n " + std::string(30, 'b'));
+
+    std::string agent = "User-Agent: " + std::string(60, 'x') + " " + std::string(60, 'y');
+    EXPECT_EQ(written(agent, "us-ascii"), agent);
+
+    std::string received =
+        "Received: from host.example.com by mx.example.com with ESMTP id 12345; Mon, 23 Nov 2026";
+    EXPECT_EQ(written(received, "us-ascii"),
+              "Received: from host.example.com by mx.example.com with ESMTP\r\n id 12345; Mon, "
+              "23 Nov 2026");
+    std::string received8 = "Received: from h\xC3\xB6st by mx; Mon, 23 Nov 2026";
+    EXPECT_EQ(written(received8, "utf-8"), received8) << "never encoded";
+    EXPECT_EQ(written(received8, "iso-8859-1"), "Received: from h\xF6st by mx; Mon, 23 Nov 2026")
+        << "raw in the message charset";
+
+    // Structured text folds behind ";" from column 21, keeping the blank.
+    std::string list = "X-List: " + std::string(40, 'a') + "; " + std::string(40, 'b') + "; c";
+    EXPECT_EQ(written(list, "us-ascii"),
+              "X-List: " + std::string(40, 'a') + ";\r\n " + std::string(40, 'b') + ";\r\n c");
+    // An address list folds at the first "," behind column 20 of each line.
+    std::string to =
+        "To: alpha@example.com, beta@example.com, gamma@example.com, delta@example.com, e@x.com";
+    EXPECT_EQ(written(to, "us-ascii"),
+              "To: alpha@example.com,\r\n beta@example.com, gamma@example.com,\r\n "
+              "delta@example.com, e@x.com");
+    std::string quoted =
+        "To: \"alpha, beta gamma delta epsilon zeta eta theta iota\" <alpha@example.com>, b@ex.com";
+    EXPECT_EQ(lines(written(quoted, "us-ascii"))[0],
+              "To: \"alpha, beta gamma delta epsilon zeta eta theta iota\" <alpha@example.com>,")
+        << "no fold inside quotes";
+}
+
+TEST(MimeFieldWrite, ContentTypeParameters) {
+    EXPECT_EQ(written("Content-Type: text/plain; charset=\"us-ascii\"", "utf-8"),
+              "Content-Type: text/plain; charset=us-ascii");
+    EXPECT_EQ(written("Content-Type: multipart/mixed;boundary=\"-abc\"", "iso-8859-1"),
+              "Content-Type: multipart/mixed; boundary=\"-abc\"");
+    std::string boundary = "------------" + std::string(24, 'Z');  // 36 characters
+    EXPECT_EQ(written("Content-Type: multipart/mixed;boundary=\"" + boundary + "\"", "utf-8"),
+              "Content-Type: multipart/mixed;\r\n\tboundary=\"" + boundary + "\"");
+    EXPECT_EQ(written("Content-Type: text/plain; name=\"a b\"; x=1", "utf-8"),
+              "Content-Type: text/plain; name=\"a b\"; x=1");
+
+    // Parameters join a line while it stays under 65 bytes.
+    std::string line64 = "Content-Type: text/plain; a=" + std::string(27, 'x') +
+                         "; b=" + std::string(4, 'y') + ";";  // 64 bytes
+    ASSERT_EQ(line64.size(), 64u);
+    std::vector<std::string> joined = lines(written(line64 + " c=z", "utf-8"));
+    EXPECT_EQ(joined[0], line64);
+    std::string line65 = "Content-Type: text/plain; a=" + std::string(27, 'x') + "; b=yyyyy;";
+    std::vector<std::string> broken = lines(written(line65 + " c=z", "utf-8"));
+    EXPECT_EQ(broken[0], "Content-Type: text/plain; a=" + std::string(27, 'x') + ";");
+    for (const std::string& l : lines(written("Content-Type: application/octet-stream; "
+                                              "name=report-2026-11.pdf; size=123456; "
+                                              "creation-date=today; modification-date=now; "
+                                              "read-date=never",
+                                              "utf-8"))) {
+        EXPECT_LT(l.size(), 65u) << l;
+    }
+
+    std::string name8 = "Content-Disposition: attachment; filename=\"r\xC3\xA9sum\xC3\xA9.pdf\"";
+    std::string out = written(name8, "utf-8");
+    EXPECT_NE(out.find("filename=\"=?utf-8?B?csOpc3Vtw6kucGRm?=\""), std::string::npos) << out;
+    EXPECT_EQ(readBack(out), "attachment; filename=\"r\xC3\xA9sum\xC3\xA9.pdf\"");
+
+    EXPECT_EQ(written("X-Blank:    ", "utf-8"), "X-Blank:") << "blanks alone are not encoded";
+}
+
+TEST(MimeFieldWrite, QOrBByCharset) {
+    std::string kuehl = std::string("K") + kUe + "hlschrank";
+    struct Case {
+        const char* charset;
+        std::string value;
+        std::string want;
+    } cases[] = {
+        {"utf-8", kuehl, "=?utf-8?B?S8O8aGxzY2hyYW5r?="},
+        {"us-ascii", kuehl, "=?utf-8?B?S8O8aGxzY2hyYW5r?="},
+        {"iso-8859-1", kuehl, "=?iso-8859-1?Q?K=FChlschrank?="},
+        {"iso-8859-1",
+         "Gr\xC5\x91"
+         "ber",
+         "=?iso-8859-2?Q?Gr=F5ber?="},
+        {"windows-1252", kNihongo, "=?utf-8?Q?=E6=97=A5=E6=9C=AC=E8=AA=9E?="},
+        {"shift_jis", kNihongo, "=?shift_jis?B?k/qWe4zq?="},
+        {"iso-2022-jp", kNihongo, "=?iso-2022-jp?B?GyRCRnxLXDhsGyhC?="},
+        {"iso-2022-jp", "plain", "plain"},
+        {"big5", "\xED\x95\x9C", "=?utf-8?B?7ZWc?="},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.charset) + " " + c.value);
+        EXPECT_EQ(written("Subject: " + c.value, c.charset), "Subject: " + c.want);
+    }
+}
+
+// Long texts break into words between characters only, and come back whole.
+TEST(MimeFieldWrite, LongEncodedSubjectsKeepWholeCharacters) {
+    std::string japanese;
+    for (int i = 0; i < 12; ++i) japanese += std::string(kNihongo) + (i % 3 == 2 ? " " : "");
+    std::string german;
+    for (int i = 0; i < 8; ++i) german += std::string("M") + kUe + "nchen ";
+    for (const char* charset : {"utf-8", "shift_jis", "gb2312", "iso-2022-jp"}) {
+        SCOPED_TRACE(charset);
+        std::string out = written("Subject: " + japanese, charset);
+        EXPECT_GT(lines(out).size(), 1u) << out;
+        EXPECT_EQ(readBack(out), japanese);
+    }
+    for (const char* charset : {"iso-8859-1", "windows-1252", "utf-8"}) {
+        SCOPED_TRACE(charset);
+        EXPECT_EQ(readBack(written("Subject: " + german, charset)), german);
+    }
+}
+
+TEST(MimeFieldWrite, AddressLists) {
+    std::string to = std::string("To: J") + kUe + "rgen <j@x.de>, Anna <a@b.c>, \"M" + kUe +
+                     "ller, Jo\" <m@x.de>";
+    std::vector<std::string> out = lines(written(to, "utf-8"));
+    ASSERT_EQ(out.size(), 3u);
+    EXPECT_EQ(out[0], "To: =?utf-8?B?SsO8cmdlbg==?= <j@x.de>, ");
+    EXPECT_EQ(out[1], "\tAnna <a@b.c>, ");
+    EXPECT_EQ(out[2], "\t=?utf-8?B?TcO8bGxlciwgSm8=?= <m@x.de>") << "quotes go into the word";
+
+    // A plain quoted name keeps its quotes, or its comma would split the list.
+    std::string plainQuoted = std::string("Cc: \"Doe, John\" <j@x.org>, J") + kUe + "rg <g@y.de>";
+    std::string written8 = written(plainQuoted, "utf-8");
+    EXPECT_EQ(lines(written8)[0], "Cc: \"Doe, John\" <j@x.org>, ");
+    EXPECT_EQ(readBack(written8), std::string("\"Doe, John\" <j@x.org>, J") + kUe + "rg <g@y.de>");
+
+    // Under a single-byte charset names are Q words; the first escapes its comma.
+    std::string latin =
+        std::string("To: \"M") + kUe + "ller, A\" <a@x.de>, \"Z" + kUe + "ge, B\" <b@x.de>";
+    std::string q = written(latin, "iso-8859-1");
+    EXPECT_EQ(lines(q)[0], "To: =?iso-8859-1?Q?M=FCller=2C_A?= <a@x.de>, ");
+    EXPECT_EQ(lines(q)[1], "\t=?iso-8859-1?Q?Z=FCge,_B?= <b@x.de>");
+
+    // No angle address: an address field's bytes go raw, others are encoded.
+    EXPECT_EQ(written(std::string("To: J") + kUe + "rg", "utf-8"),
+              std::string("To: J") + kUe + "rg");
+    EXPECT_EQ(written(std::string("Reply-To: J") + kUe + "rg", "utf-8"),
+              "Reply-To: =?utf-8?B?SsO8cmc=?=");
+    // Bare addresses before the first angle address pass as they are.
+    std::vector<std::string> bare =
+        lines(written(std::string("To: a@b.c, J") + kUe + "rg <j@x.de>", "utf-8"));
+    ASSERT_EQ(bare.size(), 2u);
+    EXPECT_EQ(bare[0], "To: a@b.c, ");
+    EXPECT_EQ(bare[1], "\t=?utf-8?B?SsO8cmc=?= <j@x.de>");
+
+    // Groups and comments: not cut apart, read back the same.
+    std::string group = std::string("To: Team: J") + kUe + "rg <j@x.de>, Ann <a@b.c>;";
+    EXPECT_EQ(readBack(written(group, "utf-8")),
+              std::string("Team: J") + kUe + "rg <j@x.de>, Ann <a@b.c>,")
+        << "the group's ; became , on reading";
+}
+
+TEST(MimeFieldWrite, SevenBitStatefulCharsets) {
+    // Under ISO-2022-JP 7-bit subjects are words all the same when they hold shifts.
+    std::string out = written(std::string("Subject: a ") + kNihongo, "iso-2022-jp");
+    EXPECT_EQ(out.find("=?iso-2022-jp?B?"), 9u) << out;
+    EXPECT_EQ(readBack(out), std::string("a ") + kNihongo);
+    std::string to = written(std::string("To: ") + kNihongo + " <j@x.jp>", "iso-2022-jp");
+    EXPECT_EQ(to, "To: =?iso-2022-jp?B?GyRCRnxLXDhsGyhC?= <j@x.jp>");
+}
