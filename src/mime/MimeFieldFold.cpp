@@ -47,7 +47,7 @@ bool isPlain(const char* bytes, int count) {
 }
 
 bool holds(const char* bytes, int count, char c) {
-    return std::memchr(bytes, c, static_cast<size_t>(count)) != nullptr;
+    return count > 0 && std::memchr(bytes, c, static_cast<size_t>(count)) != nullptr;
 }
 
 bool looksLikeAddressList(const char* bytes, int count) {
@@ -106,7 +106,10 @@ void MimeField::encodeStructured(bool useQ, ContentCoding& coder, const char* by
     bool oneSegment = fieldnames::isFreeTextField(m_name) ||
                       (cp >= 50220 && cp <= 50230 && !m_name.equalsIgnoreCase("Content-Type") &&
                        !m_name.equalsIgnoreCase("Content-Disposition") && holdsShift(bytes, count));
-    const void* found = oneSegment ? nullptr : std::memchr(bytes, ';', static_cast<size_t>(count));
+    // An empty value may come with no bytes at all (a conversion that gave nothing).
+    const void* found = oneSegment || count <= 0
+                            ? nullptr
+                            : std::memchr(bytes, ';', static_cast<size_t>(count));
     if (!found) {
         encodeSegment(useQ, false, false, coder, bytes, count, target, line);
         flushLine(line, out);

@@ -1,6 +1,7 @@
 // EncodedWordsTest.cpp - header encoded words: broken input, word splitting, round trips
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -83,26 +84,18 @@ bool isWholeUtf8(const std::string& s) {
     return true;
 }
 
-// About 50 characters of each script, with blanks every few characters.
-const char kJapanese[] =
-    "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE3\x81\xAE\xE6\x96\x87\xE7\xAB\xA0 "
-    "\xE3\x81\x93\xE3\x82\x8C\xE3\x81\xAF\xE9\x95\xB7\xE3\x81\x84\xE4\xBB\xB6\xE5\x90\x8D "
-    "\xE3\x81\xA7\xE3\x81\x99\xE3\x80\x82\xE5\x88\x86\xE5\x89\xB2\xE3\x81\x95\xE3\x82\x8C "
-    "\xE3\x82\x8B\xE3\x81\xB9\xE3\x81\x8D\xE3\x81\xA7\xE3\x81\x99\xE3\x80\x82 "
-    "\xE6\x9D\xB1\xE4\xBA\xAC\xE3\x81\xA8\xE5\xA4\xA7\xE9\x98\xAA\xE3\x81\xA8\xE4\xBA\xAC"
-    "\xE9\x83\xBD \xE3\x81\xAE\xE5\xA4\xA9\xE6\xB0\x97\xE4\xBA\x88\xE5\xA0\xB1";
-const char kChinese[] =
-    "\xE4\xB8\xAD\xE6\x96\x87\xE9\x82\xAE\xE4\xBB\xB6 \xE4\xB8\xBB\xE9\xA2\x98\xE5\xBE\x88"
-    "\xE9\x95\xBF \xE9\x9C\x80\xE8\xA6\x81\xE5\x88\x86\xE6\x88\x90\xE5\x87\xA0\xE4\xB8\xAA "
-    "\xE7\xBC\x96\xE7\xA0\x81\xE8\xAF\x8D \xE6\xAF\x8F\xE4\xB8\xAA\xE9\x83\xBD\xE6\x98\xAF"
-    "\xE5\xAE\x8C\xE6\x95\xB4\xE7\x9A\x84\xE5\xAD\x97\xE7\xAC\xA6 \xE5\x8C\x97\xE4\xBA\xAC"
-    "\xE4\xB8\x8A\xE6\xB5\xB7\xE5\xB9\xBF\xE5\xB7\x9E \xE6\xB7\xB1\xE5\x9C\xB3";
-const char kLatin[] =
+// Texts of well over 60 bytes with a blank every few characters.
+std::string repeated(const char* unit, int times) {
+    std::string out;
+    for (int i = 0; i < times; ++i) out += unit;
+    return out;
+}
+const std::string kJapanese = repeated("\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE3\x81\xAE ", 12);
+const std::string kChinese = repeated("\xE4\xB8\xAD\xE6\x96\x87\xE9\x82\xAE\xE4\xBB\xB6 ", 12);
+const std::string kLatin = repeated(
     "Gr\xC3\xBC\xC3\x9F"
-    "e aus M\xC3\xBCnchen und K\xC3\xB6ln: \xC3\xA4rgerliche "
-    "\xC3\x9C"
-    "berraschung f\xC3\xBCr alle L\xC3\xA4"
-    "nder \xE2\x82\xAC 100";
+    "e aus M\xC3\xBCnchen \xE2\x82\xAC ",
+    4);
 
 }  // namespace
 
@@ -112,19 +105,15 @@ TEST(EncodedWordDecode, BrokenAndOddWords) {
         std::string input;
         std::string want;
     } cases[] = {
-        {"plain text untouched", "just text", "just text"},
         {"cut off: no end", "=?utf-8?Q?a", ""},
         {"cut off keeps what stood before", "x =?utf-8?Q?a", "x "},
-        {"cut off inside the charset name", "ab=?utf-8", "ab"},
         {"cut off after the encoding byte", "ab=?utf-8?Q", "ab"},
         {"no ? behind the encoding byte", "ab=?utf-8?QQa?=", "ab"},
         {"nothing behind the ?", "ab=?utf-8?Q?", "ab"},
         {"cut off second word drops only it", "=?utf-8?Q?a?= =?utf-8?Q?b", "a "},
         {"8bit read as utf-8", "=?8bit?B?w6Q=?=", "\xC3\xA4"},
-        {"8bit in any case", "=?8BIT?Q?=C3=A4?=", "\xC3\xA4"},
         {"unknown charset keeps the bytes", "=?x-nothing?Q?=E4?=", "\xE4"},
         {"known charset converted", "=?iso-8859-1?Q?=E4?=", "\xC3\xA4"},
-        {"lower-case b means base64", "=?utf-8?b?w6Q=?=", "\xC3\xA4"},
         {"any other encoding byte means Q", "=?utf-8?X?a_b?=", "a b"},
         {"empty text gives nothing",
          "a=?utf-8?Q?"
@@ -142,32 +131,15 @@ TEST(EncodedWordDecode, BrokenAndOddWords) {
 }
 
 TEST(EncodedWordDecode, QTextRules) {
-    struct Case {
-        const char* name;
-        std::string input;
-        std::string want;
-    } cases[] = {
-        {"? dropped", "a?b", "ab"},
-        {"underscore and blank give a blank", "a_b c", "a b c"},
-        {"hex either case", "=c3=A4", "\xC3\xA4"},
-        {"= without two hex digits copied", "=G1=", "=G1="},
-        {"= with one byte behind copied", "a=4", "a=4"},
-        {"controls and 127-159 dropped",
-         "a\x01\x7F\x80\x9F"
-         "b",
-         "ab"},
-        {"160-255 copied", "\xA0\xFF", "\xA0\xFF"},
-        {"tab dropped", "a\tb", "ab"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // "?" and controls cannot stand in a word and go; a lone "=" stays.
+    const char* const cases[][2] = {{"a?b", "ab"},          {"a_b c", "a b c"},
+                                    {"=c3=A4", "\xC3\xA4"}, {"=G1=", "=G1="},
+                                    {"a=4", "a=4"},         {"a\x01\t\x7F\x9F\xA0", "a\xA0"}};
+    for (const auto& c : cases) {
         DataBuffer out;
-        ContentCoding::decodeQText(c.input.c_str(), static_cast<int>(c.input.size()), out);
-        EXPECT_EQ(str(out), c.want);
+        ContentCoding::decodeQText(c[0], static_cast<int>(std::strlen(c[0])), out);
+        EXPECT_EQ(str(out), c[1]) << c[0];
     }
-    DataBuffer zeroTerminated;
-    ContentCoding::decodeQText("a_b\0c", 0, zeroTerminated);
-    EXPECT_EQ(str(zeroTerminated), "a b");
 }
 
 TEST(EncodedWordDecode, AddressCommasAndRawBytes) {
@@ -189,49 +161,31 @@ TEST(EncodedWordDecode, AddressCommasAndRawBytes) {
     EXPECT_EQ(str(raw), "<a \xE4 \xC3\xA4 ") << "no conversion, stops with what it has";
 }
 
-TEST(EncodedWordEncode, QTextAndSingleWords) {
-    ContentCoding coder;
-    StringBuffer q;
-    coder.encodeQText("a b=?_,\x7F\xC3", 9, q);
-    EXPECT_EQ(str(q), "a_b=3D=3F=5F,=7F=C3");
-    coder.setEncodeCommas(true);
-    q.clear();
-    coder.encodeQText("a,b", 3, q);
-    EXPECT_EQ(str(q), "a=2Cb");
-
-    EXPECT_EQ(encode(false, "caf\xC3\xA9", 0, nullptr), "=?utf-8?Q?caf=C3=A9?=");
-    EXPECT_EQ(encode(false, "caf\xC3\xA9", 65001, ""), "=?utf-8?Q?caf=C3=A9?=");
+TEST(EncodedWordEncode, SingleWordsAndTextLeftAsItIs) {
+    EXPECT_EQ(encode(false, "a b=?_,\xC3\xA9", 0, nullptr), "=?utf-8?Q?a_b=3D=3F=5F,=C3=A9?=");
+    EXPECT_EQ(encode(false, "a,b", 65001, "utf-8", true), "=?utf-8?Q?a=2Cb?=");
     EXPECT_EQ(encode(true, "caf\xC3\xA9", 65001, "utf-8"), "=?utf-8?B?Y2Fmw6k=?=");
     EXPECT_EQ(encode(true, "caf\xC3\xA9", 65001, nullptr), "") << "B needs a charset name";
     EXPECT_EQ(encode(true, "plain text", 65001, "utf-8"), "plain text");
     EXPECT_EQ(encode(false, " \t ", 65001, "utf-8"), " \t ");
-    EXPECT_EQ(encode(false, "", 65001, "utf-8"), "");
-    // Under ISO-2022-JP a 7-bit text may hold shift sequences and must be encoded.
+    // Under ISO-2022-JP 7-bit text may hold shift sequences: encoded all the same.
     EXPECT_EQ(encode(true, "\x1B$B$\"\x1B(B", 50220, "iso-2022-jp"),
               "=?iso-2022-jp?B?GyRCJCIbKEI=?=");
-    EXPECT_EQ(encode(true, "a[b", 50220, "iso-2022-jp"), "=?iso-2022-jp?B?YVti?=");
-    EXPECT_EQ(encode(true, "a[b", 28591, "iso-8859-1"), "a[b");
     EXPECT_EQ(encode(false, std::string(60, 'x'), 65001, "utf-8"),
-              "=?utf-8?Q?" + std::string(60, 'x') + "?=")
-        << "under 61 bytes one word";
-}
+              "=?utf-8?Q?" + std::string(60, 'x') + "?=");
 
-TEST(EncodedWordEncode, ByCharsetChoosesBOrQ) {
     auto byCharset = [](const std::string& in, const char* charset) {
         StringBuffer out;
-        EXPECT_TRUE(ContentCoding().encodeWordByCharset(in.data(), in.size(), charset, out));
+        ContentCoding().encodeWordByCharset(in.data(), in.size(), charset, out);
         return str(out);
     };
     EXPECT_EQ(byCharset("\xA4", "SHIFT_JIS"), "=?SHIFT_JIS?B?pA==?=");
-    EXPECT_EQ(byCharset("\xA4", "windows-1254"), "=?windows-1254?B?pA==?=");
     EXPECT_EQ(byCharset("\xA4", "iso-8859-1"), "=?iso-8859-1?Q?=A4?=");
-    EXPECT_EQ(byCharset("\xA4", nullptr), "=?utf-8?Q?=A4?=");
-    std::string long100(120, 'x');
-    EXPECT_EQ(byCharset(long100, "utf-8"), "=?utf-8?Q?" + long100 + "?=") << "never split";
     std::string already = std::string(90, 'x') + "=?a?q?b?=";
     EXPECT_EQ(byCharset(already, "utf-8"), already);
     std::string late = std::string(100, 'x') + "?Q?";
-    EXPECT_NE(byCharset(late, "utf-8"), late) << "the marker counts in the first 100 bytes only";
+    EXPECT_EQ(byCharset(late, "utf-8"), "=?utf-8?Q?" + std::string(100, 'x') + "=3FQ=3F?=")
+        << "a marker counts in the first 100 bytes only; never split";
 }
 
 // Each word must hold whole characters: converted alone, it gives the same
@@ -241,7 +195,7 @@ TEST(EncodedWordEncode, LongTextsSplitIntoWholeCharacters) {
     struct Case {
         const char* charset;
         int codePage;
-        const char* utf8;
+        std::string utf8;
     } cases[] = {
         {"shift_jis", 932, kJapanese},     {"gb2312", 936, kChinese},
         {"utf-8", 65001, kJapanese},       {"utf-8", 65001, kLatin},
@@ -266,16 +220,10 @@ TEST(EncodedWordEncode, LongTextsSplitIntoWholeCharacters) {
             EXPECT_EQ(joined, c.utf8);
         }
     }
-}
-
-TEST(EncodedWordEncode, LongTextWithoutBlanksStaysOneWord) {
-    std::string noBlanks;
-    for (int i = 0; i < 40; ++i) noBlanks += "\xE6\x97\xA5";
-    for (bool isB : {false, true}) {
-        std::string encoded = encode(isB, noBlanks, 65001, "utf-8");
-        EXPECT_EQ(words(encoded).size(), 1u);
-        EXPECT_EQ(decode(encoded), noBlanks);
-    }
+    // Without blanks nothing can be cut: one word, however long.
+    std::string noBlanks = repeated("\xE6\x97\xA5", 40);
+    EXPECT_EQ(words(encode(false, noBlanks, 65001, "utf-8")).size(), 1u);
+    EXPECT_EQ(words(encode(true, noBlanks, 65001, "utf-8")).size(), 1u);
     // A code page nobody knows gives nothing to split: nothing is written.
     StringBuffer out;
     std::string text(80, 'a');
