@@ -138,7 +138,11 @@ bool MimeField::parse(const StringBuffer& raw, LogBase& log, bool verbose) {
 // then put back, quoted, with its comma.
 void MimeField::rebuildAddressList() {
     ExtPtrArray addresses;
-    Rfc822Address::parseAddressList(m_value.getString(), addresses);
+    // With no address to rebuild from, the decoded text stands, commas back.
+    if (Rfc822Address::parseAddressList(m_value.getString(), addresses) == 0) {
+        m_value.replaceAll("_COMMA_", ",");
+        return;
+    }
     StringBuffer rebuilt;
     for (int i = 0; i < addresses.getSize(); ++i) {
         const Rfc822Address* address = static_cast<const Rfc822Address*>(addresses.getAt(i));

@@ -103,6 +103,9 @@ TEST(MimeFieldParse, EncodedWordsDecodedAndUnfolded) {
     EXPECT_EQ(value("To: =?utf-8?Q?Doe_John?= <j@x.org>, k@y.org"), "Doe John <j@x.org>, k@y.org")
         << "no comma decoded: the list stands as it was";
     EXPECT_EQ(value("Subject: =?utf-8?Q?a=2Cb?="), "a,b");
+    EXPECT_EQ(value("To: =?utf-8?Q?undisclosed-recipients=2C_all?=:;"),
+              "undisclosed-recipients, all:,")
+        << "no address to rebuild from: the text is kept";
 
     MimeField set;
     set.set("Accept", "=?utf-8?Q?x?=\r\n\t=?utf-8?B?eQ==?=");
