@@ -38,7 +38,7 @@ class LogBase;
 class XString;
 
 class MimeMessage2 : public BrelkinObject {
-public:
+  public:
     // Levels of multipart splitting done by one parse. A part at this depth
     // keeps its whole body as bytes (written back unchanged) instead of being
     // split further: enough for any real message, and small enough that the
@@ -104,8 +104,8 @@ public:
     void setContentTypeValue(const char* text);
     // Null and empty texts mean absent. Texts may be this node's own values.
     void setContentTypeFields(const char* mediaType, const char* name, const char* protocol,
-                              const char* micalg, const _bkCharset& charset,
-                              const char* boundary, const char* smimeType, const char* type);
+                              const char* micalg, const _bkCharset& charset, const char* boundary,
+                              const char* smimeType, const char* type);
     // The same without us-ascii supplied for text types lacking a charset.
     void setContentTypeFieldsNoDefault(const char* mediaType, const char* name,
                                        const char* protocol, const char* micalg,
@@ -141,8 +141,9 @@ public:
     // Twelve dashes and twelve pairs of "0" and a random digit.
     static void generateBoundary(StringBuffer& out);
 
-private:
+  private:
     struct ParseRun;
+    struct Delimiters;
 
     static void deleteSubtrees(ExtPtrArray& parts);
 
@@ -153,19 +154,20 @@ private:
     void refreshTransferEncoding();
     void refreshFor(const char* fieldName);
     void buildContentTypeField(const char* mediaType, const char* name, const char* protocol,
-                               const char* micalg, const _bkCharset& charset,
-                               const char* boundary, const char* smimeType, const char* type,
-                               bool defaultCharset);
+                               const char* micalg, const _bkCharset& charset, const char* boundary,
+                               const char* smimeType, const char* type, bool defaultCharset);
 
     bool loadAtDepth(const char* data, uint32_t size, bool writable, const ParseRun& run,
                      int depth);
-    void parseBodyAtDepth(const char* encoding, const char* body, uint32_t bodySize,
-                          bool writable, const ParseRun& run, int depth);
+    void parseBodyAtDepth(const char* encoding, const char* body, uint32_t bodySize, bool writable,
+                          const ParseRun& run, int depth);
     void parseMultipart(const char* body, uint32_t bodySize, bool writable, const ParseRun& run,
                         int depth);
+    void findFirstDelimiter(const char* body, uint32_t bodySize, Delimiters& found);
+    void splitParts(char* body, uint32_t bodySize, const Delimiters& found, const ParseRun& run,
+                    int depth);
     bool loadWithoutHeaderEnd(const char* work, uint32_t workSize, const ParseRun& run);
-    void parseLeaf(const char* encoding, const char* body, uint32_t bodySize,
-                   const ParseRun& run);
+    void parseLeaf(const char* encoding, const char* body, uint32_t bodySize, const ParseRun& run);
     void sniffHtmlCharset(const char* encoding, const char* body, uint32_t bodySize,
                           _bkCharset& decodeCharset, bool convert, const ParseRun& run);
     void relabelXHtml(const char* body, uint32_t bodySize);
