@@ -11,7 +11,6 @@
 // So nesting costs no copy per level, and a message nested a hundred
 // thousand levels deep costs no more memory than a flat one.
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -115,13 +114,20 @@ bool hasUtf8LatinPair(const uint8_t* bytes, uint32_t count) {
     return false;
 }
 
+unsigned char foldAscii(unsigned char c) {
+    return c >= 'A' && c <= 'Z' ? c + 32 : c;
+}
+
+// `find` is lower-case ASCII.
 bool containsIgnoreCase(const uint8_t* bytes, uint32_t count, const char* find) {
-    auto folded = [](unsigned char a, unsigned char b) {
-        return std::tolower(a) == std::tolower(static_cast<unsigned char>(b));
-    };
-    const char* begin = reinterpret_cast<const char*>(bytes);
-    const char* end = begin + count;
-    return std::search(begin, end, find, find + std::strlen(find), folded) != end;
+    const auto* needle = reinterpret_cast<const unsigned char*>(find);
+    const uint32_t length = static_cast<uint32_t>(std::strlen(find));
+    for (uint32_t i = 0; i + length <= count; ++i) {
+        uint32_t k = 0;
+        while (k < length && foldAscii(bytes[i + k]) == needle[k]) ++k;
+        if (k == length) return true;
+    }
+    return false;
 }
 
 bool isCodePageTrustedForQp(int cp) {
