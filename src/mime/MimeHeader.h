@@ -37,7 +37,7 @@ class MimeField;
 class _bkCharset;
 
 class MimeHeader {
-public:
+  public:
     MimeHeader() = default;
     virtual ~MimeHeader();
     MimeHeader(const MimeHeader&) = delete;
@@ -85,9 +85,7 @@ public:
     // The first field of that name, or null.
     MimeField* findField(const char* name) const;
 
-private:
-    void decideCodePage(const StringBuffer& header, const char* text, LogBase& log,
-                        bool verbose);
+  private:
     void parseFields(const StringBuffer& header, LogBase& log, bool verbose);
     bool finishField(StringBuffer& current, bool last, LogBase& log, bool verbose);
     int indexOf(const char* name, int from) const;

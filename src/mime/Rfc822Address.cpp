@@ -15,8 +15,12 @@ namespace brelkin {
 
 namespace {
 
-bool isBlankOrLt(char c) { return c == ' ' || c == '<'; }
-bool isQuote(char c) { return c == '"' || c == '\''; }
+bool isBlankOrLt(char c) {
+    return c == ' ' || c == '<';
+}
+bool isQuote(char c) {
+    return c == '"' || c == '\'';
+}
 
 // Case-sensitive on purpose: "cn=" in a local part is not a directory element.
 bool hasDirectoryElement(const StringBuffer& s) {
@@ -73,8 +77,7 @@ int Rfc822Address::parseAddressList(const char* text, ExtPtrArray& out) {
     work.split(pieces, ',', true, true);
     int found = 0;
     for (int i = 0; i < pieces.getSize(); ++i) {
-        Rfc822Address* address =
-            createAddress(static_cast<const StringBuffer*>(pieces.getAt(i)));
+        Rfc822Address* address = createAddress(static_cast<const StringBuffer*>(pieces.getAt(i)));
         if (!address) continue;
         out.append(address);
         ++found;
@@ -94,7 +97,9 @@ void Rfc822Address::getName(StringBuffer& out) const {
     out.appendBuffer(decoded);
 }
 
-void Rfc822Address::getAddress(StringBuffer& out) const { out.appendBuffer(m_address); }
+void Rfc822Address::getAddress(StringBuffer& out) const {
+    out.appendBuffer(m_address);
+}
 
 void Rfc822Address::parse(const StringBuffer& text) {
     if (text.getSize() == 0 || namesUndisclosedRecipients(text)) return;

@@ -196,11 +196,32 @@ TEST(Rfc822Address, ListsSplitAtCommasOutsideQuotes) {
 }
 
 TEST(Rfc822Address, HostileTextsStayInBounds) {
-    const std::vector<std::string> texts = {
-        "@", "<", ">", "\"", "'", "\\", "<>", "@@@", "\"\"\"", "a\"", "\"a", " @ ",
-        "<@>", "\\\"@", "x <", "\"unterminated <a@b>", "'\"' <q@x>", "a@b\"",
-        std::string(5000, '<') + "@", std::string("a\0b@c", 5), "\x80\xff@\xfe",
-        "=?utf-8?Q?", "=?8bit?B?", "C=", "<C=", "x<C=>y"};
+    const std::vector<std::string> texts = {"@",
+                                            "<",
+                                            ">",
+                                            "\"",
+                                            "'",
+                                            "\\",
+                                            "<>",
+                                            "@@@",
+                                            "\"\"\"",
+                                            "a\"",
+                                            "\"a",
+                                            " @ ",
+                                            "<@>",
+                                            "\\\"@",
+                                            "x <",
+                                            "\"unterminated <a@b>",
+                                            "'\"' <q@x>",
+                                            "a@b\"",
+                                            std::string(5000, '<') + "@",
+                                            std::string("a\0b@c", 5),
+                                            "\x80\xff@\xfe",
+                                            "=?utf-8?Q?",
+                                            "=?8bit?B?",
+                                            "C=",
+                                            "<C=",
+                                            "x<C=>y"};
     for (const auto& t : texts) {
         Parsed p = parseOne(t);
         EXPECT_LE(p.address.size(), t.size()) << t;
