@@ -9,7 +9,12 @@ standard input closes or it gets SIGTERM. Each accepted message becomes
 DIR/<seq>.eml (the DATA text exactly as received, dot-unstuffed, CR LF line
 ends) and DIR/<seq>.env (envelope, one "key value" line each: mail_from,
 rcpt_to per recipient, auth_login). Offers AUTH PLAIN, LOGIN and CRAM-MD5; CRAM-MD5 really checks the
-digest. Without --cert a self-signed certificate is made in DIR.tls/.
+digest. LOGIN prompts are "Username:" and "Password:", as most servers send them.
+Without --cert a self-signed certificate is made in DIR.tls/.
+
+Two switches for tests, by file and address rather than options: a recipient
+whose local part starts with "refuse" gets 550, and while the file DIR.hold
+exists, the answer to the end of DATA waits (the delivery is held open).
 """
 
 import argparse
@@ -29,7 +34,12 @@ import time
 import warnings
 
 from aiosmtpd.controller import Controller
-from aiosmtpd.smtp import AuthResult, LoginPassword
+from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
+
+# The stock prompts ("User Name", "Password" in base64) are not what servers in
+# the field send; the client under test checks for the usual ones.
+SMTP.AuthLoginUsernameChallenge = "Username:"
+SMTP.AuthLoginPasswordChallenge = "Password:"
 
 
 def free_port():
@@ -63,7 +73,15 @@ class Keeper:
         self.seq = 0
         self.lock = threading.Lock()
 
+    async def handle_RCPT(self, server, session, envelope, address, rcpt_options):
+        if address.lower().startswith("refuse"):
+            return "550 5.1.1 mailbox unavailable"
+        envelope.rcpt_tos.append(address)
+        return "250 OK"
+
     async def handle_DATA(self, server, session, envelope):
+        while os.path.exists(self.maildir.rstrip("/") + ".hold"):
+            await asyncio.sleep(0.05)
         with self.lock:
             self.seq += 1
             stem = os.path.join(self.maildir, "%04d" % self.seq)
@@ -87,10 +105,10 @@ class Keeper:
         login, _, digest = answer.partition(b" ")
         password = self.users.get(login.decode("utf-8", "replace"))
         if password is None:
-            return AuthResult(success=False)
+            return AuthResult(success=False, handled=False)
         want = hmac.new(password.encode(), challenge, hashlib.md5).hexdigest().encode()
         if not hmac.compare_digest(want, digest):
-            return AuthResult(success=False)
+            return AuthResult(success=False, handled=False)
         return AuthResult(success=True, auth_data=LoginPassword(login, b""))
 
 
@@ -110,11 +128,14 @@ def main():
     users = dict(u.split(":", 1) for u in args.user)
 
     def authenticator(server, session, envelope, mechanism, auth_data):
+        # A failure must not count as handled: aiosmtpd then sends the 535 itself.
         if not isinstance(auth_data, LoginPassword):
-            return AuthResult(success=False)
+            return AuthResult(success=False, handled=False)
         ok = users.get(auth_data.login.decode("utf-8", "replace")) == \
             auth_data.password.decode("utf-8", "replace")
-        return AuthResult(success=ok, auth_data=auth_data if ok else None)
+        if not ok:
+            return AuthResult(success=False, handled=False)
+        return AuthResult(success=True, auth_data=auth_data)
 
     cert, key = args.cert, args.key
     context = None
