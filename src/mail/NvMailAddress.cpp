@@ -31,7 +31,9 @@ void StripQuotes(CNvcString& text) {
     text.RemoveSuffix("\"");
 }
 
-bool HasBlank(const CNvcString& text) { return text.Contains(" ", 1) != 0; }
+bool HasBlank(const CNvcString& text) {
+    return text.Contains(" ", 1) != 0;
+}
 
 // One trimmed piece of a recipient header into `entry`.
 void ParseAddressPiece(CNvcString& piece, MailAddress& entry) {

@@ -23,8 +23,8 @@ struct PriorityRow {
 };
 // Index = priority; every other value reads as 3.
 const PriorityRow kPriorityRows[6] = {
-    {"3 (Normal)", "Normal"},  {"1 (Highest)", "High"}, {"2 (High)", "High"},
-    {"3 (Normal)", "Normal"},  {"4 (Low)", "Low"},      {"5 (Lowest)", "Low"},
+    {"3 (Normal)", "Normal"}, {"1 (Highest)", "High"}, {"2 (High)", "High"},
+    {"3 (Normal)", "Normal"}, {"4 (Low)", "Low"},      {"5 (Lowest)", "Low"},
 };
 
 constexpr long kIso2022JpEscapes = 50221;  // named without a look-up

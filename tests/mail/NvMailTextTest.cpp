@@ -67,8 +67,8 @@ TEST(NvMailText, CharsetNameFromTheMimeDatabaseThenTheEngine) {
     const struct {
         long codePage;
         const char* name;
-    } cases[] = {{1252, "iso-8859-1"}, {1251, "x-web-1251"},   {50221, "iso-2022-jp"},
-                 {1250, "windows-1250"}, {65001, "utf-8"}, {4242, ""}};
+    } cases[] = {{1252, "iso-8859-1"},   {1251, "x-web-1251"}, {50221, "iso-2022-jp"},
+                 {1250, "windows-1250"}, {65001, "utf-8"},     {4242, ""}};
     for (const auto& c : cases) {
         CNvcString out("stale");
         EXPECT_STREQ(c.name, GetCharsetName(c.codePage, out).GetData()) << c.codePage;
