@@ -46,7 +46,7 @@ struct MailAttachment {
 };
 
 class CNvMail : public CNvcBase {
-  public:
+public:
     static constexpr int32_t kLoadFailed = -2211;
     // Text classes of ClassifyText; an 8-bit text gives the system code page.
     static constexpr int32_t kClassAscii = 20127;
@@ -128,7 +128,7 @@ class CNvMail : public CNvcBase {
     CNvcString m_boundaryBase;
     int32_t m_boundaryCounter = 0;
 
-  private:
+private:
     void ReplaceTree();
     void AddComposedHeaders();
     void AddSenderHeaders();

@@ -13,7 +13,7 @@
 namespace mailtest {
 
 class ScopedEnv {
-  public:
+public:
     ScopedEnv(const char* name, const char* value) : name_(name) {
         const char* old = std::getenv(name);
         hadOld_ = old != nullptr;
@@ -29,7 +29,7 @@ class ScopedEnv {
     ScopedEnv(const ScopedEnv&) = delete;
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
-  private:
+private:
     std::string name_;
     std::string old_;
     bool hadOld_ = false;
@@ -38,7 +38,7 @@ class ScopedEnv {
 // A registry file of the given body ("REGEDIT4" is put in front); the code
 // page cache is dropped on the way in and out.
 class ScratchRegistry {
-  public:
+public:
     explicit ScratchRegistry(const std::string& body = "")
         : path_(dir_.file("registry.reg")), env_("TELMORAQ_REGISTRY", path_.c_str()) {
         testsupport::WriteFile(path_, "REGEDIT4\r\n\r\n" + body);
@@ -46,7 +46,7 @@ class ScratchRegistry {
     }
     ~ScratchRegistry() { platform::ResetCodePageCacheForTest(); }
 
-  private:
+private:
     testsupport::TempDir dir_;
     std::string path_;
     ScopedEnv env_;
