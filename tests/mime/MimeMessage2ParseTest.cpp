@@ -220,12 +220,6 @@ TEST(MimeMessage2Leaf, CharsetDecisionsForEightBitText) {
     EXPECT_EQ(node->getCharset().getCodePage(), 1252) << "utf-16 without zero bytes";
     EXPECT_NE(body(*node).find("\xC3\xA9"), std::string::npos);
 
-    node = parse(leaf("Content-Type: text/html",
-                      "<meta http-equiv=\"Content-Type\" content=\"text/html; "
-                      "charset=iso-8859-7\">\xE1"));
-    EXPECT_EQ(node->getCharset().getCodePage(), 28597);
-    EXPECT_NE(body(*node).find("\xCE\xB1"), std::string::npos) << "alpha";
-
     node =
         parse(leaf("Content-Type: text/plain; charset=iso-8859-1", " \r\n\t<X-HTML><b>bold</b>"));
     EXPECT_STREQ(node->getContentTypeText(), "text/html");
@@ -277,12 +271,6 @@ TEST(MimeMessage2Depth, HundredThousandLevelsKeepTheSaneLevelsAndTheRestUnsplit)
     EXPECT_EQ(body(*node).rfind("--b100\r\n", 0), 0u) << "the rest stays as bytes";
     EXPECT_NE(mimetest::mime(*root).find(body(*node)), std::string::npos)
         << "and is written back unchanged";
-
-    auto sane = parse(nested(50));
-    node = sane.get();
-    for (depth = 0; node->numParts() == 1; ++depth) node = node->getPart(0);
-    EXPECT_EQ(depth, 50);
-    EXPECT_EQ(body(*node), "core");
 }
 
 }  // namespace
