@@ -1,0 +1,242 @@
+#!/usr/bin/python3
+"""Every leaf of every corpus message, decoded by our engine and by Python's email package.
+
+Usage: crosscheck.py TOOL [CORPUS_DIR] [--max-unexplained=N]
+
+TOOL is telmoraq-mime (its --json mode gives our tree with each body as
+stored: UTF-8 for text, the decoded bytes otherwise). Python reads the same
+file with policy.default. Leaves are paired in order where both trees have the
+same number of leaves. Leaves must agree on content type, file name and
+bytes or text, or differ in a way that a rule of our engine prescribes; each
+such class is checked as such, never assumed. Every leaf that no rule explains
+is named; the exit status is 1 when there are more of them than
+--max-unexplained allows (0 by default), so that the count can only go down.
+"""
+import collections
+import concurrent.futures
+import difflib
+import email
+import email.policy
+import json
+import os
+import subprocess
+import sys
+
+RULES = {
+    'no-type': 'no Content-Type: we keep none, Python assumes a default type',
+    'bad-type': 'a media type without "/" is kept as written; Python falls back to text/plain',
+    'name-as-filename': 'file name only from Content-Disposition; Python falls back to the name parameter',
+    'line-ends': 'bare LF line ends repaired to CR LF throughout',
+    'latin1': 'us-ascii or no charset with 8-bit bytes read as iso-8859-1',
+    'utf8-pair': 'no charset, and a C2/C3 pair: read as UTF-8',
+    'mislabelled-utf8': 'single-byte charset declared, but the bytes are UTF-8: read as UTF-8',
+    'cp1252-c1': 'quoted-printable iso-8859-1 with C1 bytes read as windows-1252',
+    'raw-text': 'text kept as its raw bytes (an attachment, or zero bytes in a non-UTF-16 part)',
+    'replacement': 'bytes the charset does not map: Python puts U+FFFD, our tables drop or map them',
+    'meta-charset': 'HTML without charset read in the charset of its META tag',
+    'structure': 'different leaves (a rule of ours on delimiters, nesting or message/rfc822)',
+    'binary line-ends': 'binary part without transfer encoding: bare LF repaired to CR LF',
+    'last line end': 'the line end before a missing or mangled delimiter stays with the part',
+    'python-undecoded': 'broken transfer encoding: Python gives the encoded text back, we decode tolerantly',
+    'qp-trailing-blanks': 'quoted-printable: trailing white space of a line is dropped',
+    'base64 stop': 'base64 decoding stops at the first "=" (Python reads on)',
+}
+
+
+def our_tree(tool, path):
+    out = subprocess.run([tool, '--json', path], capture_output=True, timeout=60)
+    if out.returncode != 0:
+        return None
+    nodes = []
+    for line in out.stdout.decode('utf-8', 'surrogateescape').splitlines():
+        node = json.loads(line)
+        node['bytes'] = bytes.fromhex(node.pop('body'))
+        nodes.append(node)
+    return nodes
+
+
+def py_leaves(part):
+    # message/* stays a leaf, as our engine splits only multipart bodies.
+    if part.get_content_maintype() == 'message' or not part.is_multipart():
+        return [part]
+    leaves = []
+    for child in part.get_payload():
+        if isinstance(child, email.message.Message):
+            leaves.extend(py_leaves(child))
+    return leaves
+
+
+def raw_bytes(part):
+    try:
+        data = part.get_payload(decode=True)
+    except Exception:
+        data = None
+    return data if isinstance(data, bytes) else b''
+
+
+def only_replacements(ours, theirs):
+    """Every difference is U+FFFD on Python's side, dropped or mapped on ours."""
+    matcher = difflib.SequenceMatcher(None, ours, theirs, autojunk=False)
+    changed = False
+    for tag, _, _, j1, j2 in matcher.get_opcodes():
+        if tag == 'equal':
+            continue
+        if not theirs[j1:j2] or set(theirs[j1:j2]) != {'\ufffd'}:
+            return False
+        changed = True
+    return changed
+
+
+def binary_class(node, raw):
+    ours = node['bytes']
+    if ours.replace(b'\r\n', b'\n') == raw.replace(b'\r\n', b'\n'):
+        return 'binary line-ends'
+    if ours.replace(b'\r\n', b'\n').rstrip(b'\n') == raw.replace(b'\r\n', b'\n').rstrip(b'\n'):
+        return 'last line end'
+    if node['encoding'].lower() == 'base64' and raw.startswith(ours) and len(ours) < len(raw):
+        return 'base64 stop'
+    return None
+
+
+def lf(text):
+    return text.replace('\r\n', '\n')
+
+
+def text_class(ours_bytes, part, raw, node):
+    ours = ours_bytes.decode('utf-8', 'surrogateescape')
+    try:
+        theirs = part.get_content()
+    except Exception:
+        theirs = raw.decode('utf-8', 'replace')
+    if isinstance(theirs, bytes):
+        theirs = theirs.decode('utf-8', 'replace')
+    if not isinstance(theirs, str):
+        theirs = raw.decode('utf-8', 'replace')
+    if ours == theirs:
+        return None
+    if lf(ours) == lf(theirs):
+        return 'line-ends'
+    ours, theirs = lf(ours), lf(theirs)
+    raw_text = lf(raw.decode('latin-1'))
+    if ours_bytes == raw or lf(ours_bytes.decode('latin-1')) == raw_text:
+        if node['disposition'].lower() == 'attachment' or b'\0' in raw:
+            return 'raw-text'
+    declared = (part.get_param('charset') or '').lower()
+    if declared in ('', 'us-ascii', 'ascii') and ours == raw_text:
+        return 'latin1'
+    try:
+        as_utf8 = lf(raw.decode('utf-8'))
+    except UnicodeDecodeError:
+        as_utf8 = None
+    if as_utf8 is not None and ours == as_utf8:
+        return 'utf8-pair' if declared == '' else 'mislabelled-utf8'
+    if declared in ('iso-8859-1', 'latin1', 'us-ascii') and \
+            ours == lf(raw.decode('cp1252', 'replace')).replace('\ufffd', ''):
+        return 'cp1252-c1'
+    if node['charset'] and node['charset'].lower() != declared:
+        try:
+            if ours == lf(raw.decode(node['charset'], 'replace')).replace('\ufffd', ''):
+                return 'meta-charset'
+        except LookupError:
+            pass
+    if only_replacements(ours, theirs):
+        return 'replacement'
+    encoded = part.get_payload(decode=False)
+    if isinstance(encoded, str) and lf(encoded) == theirs and \
+            part.get('content-transfer-encoding', '').strip().lower() in ('base64', 'quoted-printable'):
+        return 'python-undecoded'
+    strip = lambda text: '\n'.join(line.rstrip(' \t') for line in text.split('\n'))
+    if node['encoding'].lower() == 'quoted-printable' and strip(ours) == strip(theirs):
+        return 'qp-trailing-blanks'
+    return 'UNEXPLAINED text'
+
+
+def check_message(nodes, path, counts, failures):
+    if nodes is None:
+        failures.append((path, '', 'tool failed'))
+        return
+    with open(path, 'rb') as f:
+        message = email.message_from_binary_file(f, policy=email.policy.default)
+    ours = [n for n in nodes if n['parts'] == 0 and n['path'] != '.' or len(nodes) == 1]
+    theirs = py_leaves(message)
+    if len(ours) != len(theirs):
+        counts['structure'] += 1
+        return
+    for node, part in zip(ours, theirs):
+        where = node['path']
+        counts['leaves'] += 1
+        py_type = part.get_content_type()
+        if node['content_type'] != py_type:
+            if node['content_type'] == '' and part['content-type'] is None:
+                counts['no-type'] += 1
+            elif '/' not in node['content_type'] and part['content-type'] is not None:
+                counts['bad-type'] += 1
+            else:
+                failures.append((path, where, 'type %r vs %r' % (node['content_type'], py_type)))
+                continue
+        py_name = part.get_filename() or ''
+        if node['filename'] != py_name:
+            if node['filename'] == '' and py_name == (part.get_param('name') or py_name):
+                counts['name-as-filename'] += 1
+            else:
+                failures.append((path, where, 'file name %r vs %r' % (node['filename'], py_name)))
+        raw = raw_bytes(part)
+        is_text = py_type.startswith('text/') or node['content_type'] == ''
+        if not is_text or py_type.startswith('message/'):
+            if py_type.startswith('message/'):
+                counts['attached messages'] += 1
+            elif node['bytes'] == raw:
+                counts['binary equal'] += 1
+            elif binary_class(node, raw):
+                counts[binary_class(node, raw)] += 1
+            else:
+                failures.append((path, where, 'binary bytes differ (%d vs %d)'
+                                 % (len(node['bytes']), len(raw))))
+            continue
+        verdict = text_class(node['bytes'], part, raw, node)
+        if verdict is None:
+            counts['text equal'] += 1
+        elif verdict.startswith('UNEXPLAINED'):
+            failures.append((path, where, 'text differs'))
+        else:
+            counts[verdict] += 1
+
+
+def main():
+    args = [a for a in sys.argv[1:] if not a.startswith('--')]
+    limit = 0
+    for option in sys.argv[1:]:
+        if option.startswith('--max-unexplained='):
+            limit = int(option.split('=', 1)[1])
+    if not args:
+        print(__doc__)
+        return 2
+    tool = args[0]
+    corpus = args[1] if len(args) > 1 else os.path.join(
+        os.path.dirname(os.path.abspath(__file__)), '..', '..', '..', 'shared', 'corpus')
+    if not os.path.isdir(corpus):
+        print('crosscheck: no corpus at %s: skipped' % corpus)
+        return 0
+    files = sorted(os.path.join(d, f) for d, _, names in os.walk(corpus)
+                   for f in names if f.endswith('.eml'))
+    counts = collections.Counter()
+    failures = []
+    with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
+        trees = pool.map(lambda path: (path, our_tree(tool, path)), files)
+        for path, nodes in trees:
+            try:
+                check_message(nodes, path, counts, failures)
+            except Exception as error:  # Python's own parser gave up: no verdict on us
+                counts['python failed'] += 1
+                print('python could not read %s: %s' % (path, error))
+    print('%d messages, %d leaves compared' % (len(files), counts.pop('leaves', 0)))
+    for key, value in sorted(counts.items(), key=lambda kv: -kv[1]):
+        print('  %6d  %s' % (value, RULES.get(key, key)))
+    for path, where, what in failures:
+        print('UNEXPLAINED %s [%s]: %s' % (path, where, what))
+    print('%d unexplained (at most %d allowed)' % (len(failures), limit))
+    return 1 if len(failures) > limit else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
