@@ -88,14 +88,21 @@ Corpus loadCorpus(const std::string& dir) {
     return corpus;
 }
 
+// The shared workspace; TELMORAQ_SHARED_DIR in the environment overrides the
+// path fixed at build time.
+std::string sharedDir() {
+    const char* env = std::getenv("TELMORAQ_SHARED_DIR");
+    return env && *env ? env : TELMORAQ_SHARED_DIR;
+}
+
 std::string generatedDir() {
     const char* env = std::getenv("MIME_BENCH_DIR");
     const std::string dir = env && *env ? env : "/tmp/telmoraq-mime-bench";
     std::vector<std::string> existing;
     collectEml(dir, existing);
     if (existing.empty()) {
-        const std::string command = "/usr/bin/python3 " TELMORAQ_SHARED_DIR
-                                    "/bench/gen_corpus.py '" + dir + "' >/dev/null";
+        const std::string command =
+            "/usr/bin/python3 '" + sharedDir() + "/bench/gen_corpus.py' '" + dir + "' >/dev/null";
         if (std::system(command.c_str()) != 0)
             std::fprintf(stderr, "MimeBench: could not generate %s\n", dir.c_str());
     }
@@ -104,11 +111,18 @@ std::string generatedDir() {
 
 const Corpus& corpus(int which) {
     static const Corpus generated = loadCorpus(generatedDir());
-    static const Corpus real = loadCorpus(TELMORAQ_SHARED_DIR "/corpus");
+    static const Corpus real = loadCorpus(sharedDir() + "/corpus");
     return which == 0 ? generated : real;
 }
 
 const char* corpusName(int which) { return which == 0 ? "generated" : "real"; }
+
+// False, with the run marked skipped, when the inputs are missing.
+bool haveInputs(benchmark::State& state, const Corpus& c) {
+    if (!c.messages.empty()) return true;
+    state.SkipWithError("no input messages (see TELMORAQ_SHARED_DIR)");
+    return false;
+}
 
 void setCounters(benchmark::State& state, const Corpus& c) {
     state.counters["MB/s"] = benchmark::Counter(c.bytes * state.iterations() / 1e6,
@@ -146,6 +160,7 @@ size_t readEverything(MimeMessage2& root, brelkin::LogBase& log) {
 
 void BM_OursLoad(benchmark::State& state) {
     const Corpus& c = corpus(static_cast<int>(state.range(0)));
+    if (!haveInputs(state, c)) return;
     brelkin::LogNull log;
     for (auto _ : state) {
         for (const std::string& message : c.messages) {
@@ -164,6 +179,7 @@ void BM_OursLoad(benchmark::State& state) {
 
 void BM_OursWrite(benchmark::State& state) {
     const Corpus& c = corpus(static_cast<int>(state.range(0)));
+    if (!haveInputs(state, c)) return;
     brelkin::LogNull log;
     std::vector<std::unique_ptr<brelkin::ClsMime>> trees;
     for (const std::string& message : c.messages) {
@@ -245,6 +261,7 @@ void gmimeVisit(GMimeObject*, GMimeObject* part, gpointer total) {
 
 void BM_GMimeLoad(benchmark::State& state) {
     const Corpus& c = corpus(static_cast<int>(state.range(0)));
+    if (!haveInputs(state, c)) return;
     for (auto _ : state) {
         for (const std::string& message : c.messages) {
             GMimeMessage* parsed = gmimeParse(message);
@@ -261,6 +278,7 @@ void BM_GMimeLoad(benchmark::State& state) {
 
 void BM_GMimeWrite(benchmark::State& state) {
     const Corpus& c = corpus(static_cast<int>(state.range(0)));
+    if (!haveInputs(state, c)) return;
     std::vector<GMimeMessage*> trees;
     for (const std::string& message : c.messages) trees.push_back(gmimeParse(message));
     GByteArray* bytes = g_byte_array_new();
