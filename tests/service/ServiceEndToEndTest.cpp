@@ -1,0 +1,364 @@
+// ServiceEndToEndTest.cpp - the real telmoraq process against a real SMTP server on loopback
+//
+// The test plays the service manager: its own NOTIFY_SOCKET and the signals.
+// Registry file, pickup, sent, failed and log folders, trace and event log live
+// in a scratch folder. Waits are for files and notifications, with limits of
+// many seconds; a slow machine makes the tests slower, never wrong.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QueueFileWriter.h"
+#include "support/SmtpTestServer.h"
+#include "support/TestPaths.h"
+
+namespace {
+
+using testsupport::ReadFile;
+using testsupport::SmtpTestServer;
+using testsupport::TempDir;
+using testsupport::WriteFile;
+using Clock = std::chrono::steady_clock;
+
+const std::string kProgram = std::string(TELMORAQ_BINARY_DIR) + "/telmoraq";
+
+bool WaitFor(const std::function<bool()>& done, int seconds) {
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    while (!done()) {
+        if (Clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+bool Exists(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::istringstream in(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+std::string Today() {
+    char name[32];
+    const std::time_t now = std::time(nullptr);
+    std::tm local;
+    ::localtime_r(&now, &local);
+    std::strftime(name, sizeof name, "%Y-%m-%d.LOG", &local);
+    return name;
+}
+
+std::string RegistryText(const TempDir& dir, int keepSent, int keepFailed) {
+    char text[2048];
+    std::snprintf(text, sizeof text,
+                  "REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\Software\\Norvane\\Telmora\\QueueServer]\r\n"
+                  "\"PickupMailDir\"=\"%s\"\r\n\"SentMailDir\"=\"%s\"\r\n\"FailedMailDir\"=\"%s\"\r\n"
+                  "\"LogDir\"=\"%s\"\r\n\"KeepSentMails\"=dword:%08x\r\n\"KeepFailedMails\"=dword:%08x\r\n"
+                  "\r\n[HKEY_LOCAL_MACHINE\\Software\\Norvane\\Telmora\\Trace]\r\n\"QueueServer\"=\"%s\"\r\n",
+                  dir.file("pickup").c_str(), dir.file("sent").c_str(), dir.file("failed").c_str(),
+                  dir.file("log").c_str(), keepSent, keepFailed, dir.file("trace.log").c_str());
+    return text;
+}
+
+// One telmoraq process with its scratch folder, and the manager's socket.
+class Service {
+public:
+    Service() {
+        for (const char* sub : {"pickup", "sent", "failed", "log", "debug"})
+            ::mkdir(dir.file(sub).c_str(), 0700);
+        notifyFd_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        dir.file("notify").copy(address.sun_path, sizeof address.sun_path - 1);
+        ::bind(notifyFd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    }
+    ~Service() {
+        Kill(SIGKILL);
+        ::close(notifyFd_);
+    }
+
+    void Start(bool serviceMode) {
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::setenv("TELMORAQ_REGISTRY", dir.file("registry.reg").c_str(), 1);
+            ::setenv("TELMORAQ_EVENTLOG", dir.file("events.log").c_str(), 1);
+            ::setenv("TELMORAQ_DEBUG_DIR", dir.file("debug").c_str(), 1);
+            if (serviceMode)
+                ::setenv("NOTIFY_SOCKET", dir.file("notify").c_str(), 1);
+            else
+                ::unsetenv("NOTIFY_SOCKET");
+            ::execl(kProgram.c_str(), kProgram.c_str(), serviceMode ? nullptr : "/NvDebug", nullptr);
+            ::_exit(127);
+        }
+    }
+    // The exit status once the process has ended within `seconds`; -1 otherwise.
+    int WaitExit(int seconds) {
+        int status = -1;
+        const bool ended = WaitFor(
+            [&] { return pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) == pid_; }, seconds);
+        if (!ended) return -1;
+        pid_ = -1;
+        return status;
+    }
+    void Kill(int signal) {
+        if (pid_ <= 0) return;
+        ::kill(pid_, signal);
+        if (signal == SIGKILL) WaitExit(10);
+    }
+    // Every notification received so far, joined.
+    const std::string& Notifications() {
+        char buffer[4096];
+        ssize_t got;
+        while ((got = ::recv(notifyFd_, buffer, sizeof buffer, 0)) > 0) notes_.append(buffer, got);
+        return notes_;
+    }
+    bool WaitForNote(const std::string& text, int seconds) {
+        return WaitFor([&] { return Notifications().find(text) != std::string::npos; }, seconds);
+    }
+
+    // Drops a queue file for the local server.
+    void Submit(const std::string& name, int port, const std::string& to, const std::string& subject,
+                const std::string& portText = "", const std::string& secureText = "FALSE") {
+        DeliverySettings settings;
+        settings.host = "127.0.0.1";
+        settings.port = port;
+        settings.account = "alice";
+        settings.password = "s3cret pw";
+        const unsigned char key[3] = {0x5A, 0xC3, 0x11};
+        std::string text = WithControlHeaders(
+            "From: Alice <alice@example.test>\r\nTo: Bob <" + to + ">\r\nSubject: " + subject +
+                "\r\n\r\nHello.\r\n",
+            settings, key);
+        if (!portText.empty()) Replace(text, "Port: " + std::to_string(port), "Port: " + portText);
+        Replace(text, "Secure: FALSE", "Secure: " + secureText);
+        std::string path, error;
+        ASSERT_TRUE(WriteQueueFile(dir.file("pickup"), name, text, path, error)) << error;
+    }
+    bool PickupEmptyBut(const std::vector<std::string>& kept) {
+        std::vector<std::string> names;
+        for (const std::string& line : Lines(List("pickup"))) names.push_back(line);
+        return names == kept;
+    }
+    std::string List(const std::string& sub) {
+        std::string out;
+        FILE* pipe = ::popen(("ls -1 " + dir.file(sub) + " 2>/dev/null").c_str(), "r");
+        char buffer[512];
+        while (pipe != nullptr && std::fgets(buffer, sizeof buffer, pipe) != nullptr) out += buffer;
+        if (pipe != nullptr) ::pclose(pipe);
+        return out;
+    }
+    std::vector<std::string> LogLines() { return Lines(ReadFile(dir.file("log/" + Today()))); }
+
+    TempDir dir;
+
+private:
+    static void Replace(std::string& text, const std::string& from, const std::string& to) {
+        const size_t at = text.find(from);
+        if (at != std::string::npos) text.replace(at, from.size(), to);
+    }
+
+    pid_t pid_ = -1;
+    int notifyFd_ = -1;
+    std::string notes_;
+};
+
+SmtpTestServer::Options WithAlice() {
+    SmtpTestServer::Options options;
+    options.users = {{"alice", "s3cret pw"}};
+    return options;
+}
+
+TEST(ServiceEndToEnd, EveryFateWithCopiesKeptReadinessAndAnOrderlyStop) {
+    Service service;
+    WriteFile(service.dir.file("registry.reg"), RegistryText(service.dir, 1, 1));
+    SmtpTestServer server(service.dir.file("mail"), WithAlice());
+    SKIP_WITHOUT_SMTP_SERVER(server);
+
+    ::mkdir(service.dir.file("pickup/broken.nvq").c_str(), 0700);  // never loads
+    service.Submit("good", server.port(), "bob@example.test", "good one");
+    service.Submit("refused", server.port(), "refuse@example.test", "refused one");
+    service.Submit("noport", server.port(), "bob@example.test", "no port", "x25");
+    service.Submit("secure", server.port(), "bob@example.test", "secure one", "", "tRuE");
+    const std::string original = ReadFile(service.dir.file("pickup/good.nvq"));
+
+    const auto started = Clock::now();
+    service.Start(true);
+    ASSERT_TRUE(service.WaitForNote("READY=1", 20)) << service.Notifications();
+    ASSERT_TRUE(WaitFor([&] { return service.PickupEmptyBut({"broken.nvq"}); }, 60))
+        << service.List("pickup");
+    ASSERT_TRUE(server.waitForMessages(1, 10000));
+
+    // Only the good one reached the server, authenticated, without control headers.
+    const std::vector<SmtpTestServer::Message> got = server.messages();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_NE(got[0].data.find("Subject: good one"), std::string::npos);
+    EXPECT_EQ(got[0].data.find("X-NvQueueService"), std::string::npos) << got[0].data;
+    EXPECT_EQ(got[0].authLogin, "alice") << "the scrambled password must be unscrambled";
+
+    EXPECT_EQ(ReadFile(service.dir.file("sent/good.hst")), original)
+        << "the archive is the file as dropped, control headers included";
+    EXPECT_EQ(service.List("failed"), "noport.hst\nrefused.hst\nsecure.hst\n");
+
+    const std::vector<std::string> log = service.LogLines();
+    ASSERT_EQ(log.size(), 5u) << ReadFile(service.dir.file("log/" + Today()));
+    EXPECT_EQ(log[0], "Date and Time|Subject|To|StoredMimeFile|TimeElapsed|Result|LastSmtpResponse");
+    std::string all;
+    for (const std::string& line : log) all += line + "\n";
+    EXPECT_NE(all.find("bob@example.test|good.hst|"), std::string::npos) << all;
+    EXPECT_NE(all.find("|Error #0: Success|221 "), std::string::npos) << all;
+    EXPECT_NE(all.find("refuse@example.test|refused.hst|"), std::string::npos) << all;
+    EXPECT_NE(all.find("|Error #550: "), std::string::npos) << all;
+    EXPECT_NE(all.find("|no port|"), std::string::npos) << all;
+    EXPECT_EQ(all.find("<"), std::string::npos) << all;
+    EXPECT_NE(all.find("|secure one|"), std::string::npos) << all;
+
+    const std::string trace = ReadFile(service.dir.file("trace.log"));
+    const std::string ruler(118, '-');
+    EXPECT_NE(trace.find("Mail pickup directory changed: " + service.dir.file("pickup")), std::string::npos);
+    EXPECT_NE(trace.find(ruler + "\n"), std::string::npos);
+    EXPECT_NE(trace.find("Processing file " + service.dir.file("pickup/good.nvq") + "..."), std::string::npos);
+    EXPECT_NE(trace.find("File processed, result = Success."), std::string::npos);
+    EXPECT_NE(trace.find("Processing file " + service.dir.file("pickup/broken.nvq")), std::string::npos);
+    EXPECT_NE(ReadFile(service.dir.file("events.log")).find("TelmoraQ information 0x40000064 "),
+              std::string::npos);
+
+    // Stop: not looked at before 20 seconds after the first cycle, then done
+    // within the worker's wait.
+    service.Kill(SIGTERM);
+    EXPECT_TRUE(service.WaitForNote("STOPPING=1", 10));
+    const int status = service.WaitExit(60);
+    const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_GE(seconds, 20.0) << "the stop came inside the grace";
+    EXPECT_NE(service.Notifications().find("STATUS=stopped, checkpoint 0, exit code 0/0"), std::string::npos)
+        << service.Notifications();
+    EXPECT_NE(ReadFile(service.dir.file("events.log")).find("0x40000065"), std::string::npos);
+    EXPECT_TRUE(Exists(service.dir.file("pickup/broken.nvq")));
+}
+
+TEST(ServiceEndToEnd, WithoutCopiesTheLinesStillComeAndAVanishedPickupComesBack) {
+    Service service;
+    WriteFile(service.dir.file("registry.reg"), RegistryText(service.dir, 0, 0));
+    SmtpTestServer server(service.dir.file("mail"), WithAlice());
+    SKIP_WITHOUT_SMTP_SERVER(server);
+    service.Submit("good", server.port(), "bob@example.test", "kept nowhere");
+    service.Submit("refused", server.port(), "refuse@example.test", "refused nowhere");
+    service.Start(false);
+    ASSERT_TRUE(WaitFor([&] { return service.PickupEmptyBut({}); }, 30));
+    EXPECT_EQ(service.List("sent") + service.List("failed"), "");
+    ASSERT_TRUE(WaitFor([&] { return service.LogLines().size() == 3; }, 10));
+    for (const std::string& line : service.LogLines()) {
+        if (line.find("nowhere") != std::string::npos) {
+            EXPECT_NE(line.find("example.test||"), std::string::npos) << "stored name empty: " << line;
+        }
+    }
+
+    // The folder goes away for a while; passes go on in silence and find it again.
+    ASSERT_EQ(::rename(service.dir.file("pickup").c_str(), service.dir.file("away").c_str()), 0);
+    std::this_thread::sleep_for(std::chrono::seconds(3));
+    ASSERT_EQ(::rename(service.dir.file("away").c_str(), service.dir.file("pickup").c_str()), 0);
+    service.Submit("again", server.port(), "bob@example.test", "back again");
+    EXPECT_TRUE(server.waitForMessages(2, 30000));
+    EXPECT_TRUE(WaitFor([&] { return service.PickupEmptyBut({}); }, 10));
+
+    // A day's log file that cannot be written loses its lines, not the mail.
+    ::unlink(service.dir.file("log/" + Today()).c_str());
+    ::mkdir(service.dir.file("log/" + Today()).c_str(), 0700);
+    service.Submit("unlogged", server.port(), "bob@example.test", "unlogged");
+    EXPECT_TRUE(server.waitForMessages(3, 30000));
+    EXPECT_TRUE(WaitFor([&] { return service.PickupEmptyBut({}); }, 10));
+
+    service.Kill(SIGTERM);
+    const int status = service.WaitExit(10);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << "debug mode ends at once";
+}
+
+TEST(ServiceEndToEnd, BadSettingsStopTheStartWithTheirEventsAndExitCode) {
+    struct Case {
+        const char* name;
+        std::function<void(Service&)> arrange;
+        const char* event;
+    };
+    const Case cases[] = {
+        {"pickup folder missing",
+         [](Service& s) {
+             WriteFile(s.dir.file("registry.reg"), RegistryText(s.dir, 1, 1));
+             ::rmdir(s.dir.file("pickup").c_str());
+         },
+         "TelmoraQ error 0xC0000130 "},
+        {"log folder missing",
+         [](Service& s) {
+             WriteFile(s.dir.file("registry.reg"), RegistryText(s.dir, 1, 1));
+             ::rmdir(s.dir.file("log").c_str());
+         },
+         "TelmoraQ information 0x40000066 "},
+        {"corrupt registry file",
+         [](Service& s) { WriteFile(s.dir.file("registry.reg"), "garbage\n[HKEY_LOCAL_MACHINE\\x]\n"); },
+         "TelmoraQ error 0xC0000130 "},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Service service;
+        c.arrange(service);
+        const std::string registry = ReadFile(service.dir.file("registry.reg"));
+        service.Start(true);
+        const int status = service.WaitExit(20);
+        ASSERT_TRUE(WIFEXITED(status)) << status;
+        EXPECT_EQ(WEXITSTATUS(status), 0);
+        EXPECT_NE(ReadFile(service.dir.file("events.log")).find(c.event), std::string::npos)
+            << ReadFile(service.dir.file("events.log"));
+        EXPECT_NE(service.Notifications().find("STATUS=stopped, checkpoint 1, exit code 1066/1"),
+                  std::string::npos)
+            << service.Notifications();
+        EXPECT_EQ(service.Notifications().find("READY=1"), std::string::npos);
+        if (std::string(c.name) == "corrupt registry file") {
+            EXPECT_EQ(ReadFile(service.dir.file("registry.reg")), registry) << "never rewritten";
+        }
+    }
+}
+
+TEST(ServiceEndToEnd, AKillDuringADeliveryLosesNothingAndTheFileGoesOutAfterTheRestart) {
+    Service service;
+    WriteFile(service.dir.file("registry.reg"), RegistryText(service.dir, 1, 1));
+    SmtpTestServer server(service.dir.file("mail"), WithAlice());
+    SKIP_WITHOUT_SMTP_SERVER(server);
+    const std::string hold = service.dir.file("mail.hold");
+    WriteFile(hold, "");
+    service.Submit("crash", server.port(), "bob@example.test", "survives a crash");
+    service.Start(false);
+    ASSERT_TRUE(WaitFor(
+        [&] { return ReadFile(service.dir.file("trace.log")).find("DATA") != std::string::npos; }, 30))
+        << ReadFile(service.dir.file("trace.log"));
+    service.Kill(SIGKILL);
+    EXPECT_TRUE(Exists(service.dir.file("pickup/crash.nvq"))) << "the file must survive the kill";
+
+    ::unlink(hold.c_str());
+    service.Start(false);
+    ASSERT_TRUE(WaitFor([&] { return service.PickupEmptyBut({}); }, 60));
+    EXPECT_TRUE(server.waitForMessages(1, 10000));
+    EXPECT_EQ(service.List("sent"), "crash.hst\n");
+    bool logged = false;
+    for (const std::string& line : service.LogLines())
+        logged = logged || line.find("|survives a crash|") != std::string::npos;
+    EXPECT_TRUE(logged);
+}
+
+}  // namespace
