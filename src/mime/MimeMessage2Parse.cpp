@@ -469,7 +469,9 @@ void MimeMessage2::parseMultipart(const char* body, uint32_t bodySize, bool writ
                                   const ParseRun& run, int depth) {
     Delimiters found;
     findFirstDelimiter(body, bodySize, found);
-    if (found.first == kNone) {
+    // A boundary that converts to nothing would find a delimiter at every line
+    // end and never move on.
+    if (found.first == kNone || found.boundary.getSize() == 0) {
         storeText(body, bodySize, m_charset, true);
         return;
     }
