@@ -1,0 +1,182 @@
+#!/usr/bin/python3
+"""Whole-service throughput: 500 queue files dropped at once, beside msmtp and smtplib.
+
+    /usr/bin/python3 bench/queue_bench.py [--build BUILD] [--count 500]
+
+For each transport (in the clear, STARTTLS offered by the server) it starts
+tests/support/smtp_server.py (aiosmtpd) on loopback and then:
+
+- telmoraq: writes COUNT queue files of about 10 KB with telmoraq-submit into a
+  fresh pickup folder, starts `telmoraq /NvDebug` and times until every file
+  is delivered, archived (KeepSentMails) and has its result line;
+- msmtp: sends the same message COUNT times, one process each;
+- smtplib: sends it COUNT times, one connection each.
+
+Prints messages per second for each, and the service's time per message
+beside smtplib's. Installs msmtp with apt-get when it is missing (as root).
+"""
+
+import argparse
+import glob
+import os
+import shutil
+import smtplib
+import ssl
+import subprocess
+import sys
+import tempfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(HERE)
+SERVER = os.path.join(ROOT, "tests", "support", "smtp_server.py")
+
+
+def ten_kilobyte_message():
+    text = ("From: Bench <bench@example.test>\r\nTo: Sink <sink@example.test>\r\n"
+            "Subject: queue bench\r\nContent-Type: text/plain; charset=us-ascii\r\n\r\n")
+    line = 0
+    while len(text) < 10 * 1000:
+        text += ("." if line % 10 == 0 else "x") + chr(ord("a") + line % 26) * 75 + "\r\n"
+        line += 1
+    return text.encode()
+
+
+class Server:
+    def __init__(self, mode, maildir):
+        self.process = subprocess.Popen(
+            ["/usr/bin/python3", SERVER, "--maildir", maildir, "--mode", mode],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        line = self.process.stdout.readline()
+        if not line.startswith("PORT "):
+            self.stop()
+            sys.exit("queue_bench: the aiosmtpd server did not start")
+        self.port = int(line.split()[1])
+
+    def stop(self):
+        self.process.stdin.close()
+        try:
+            self.process.wait(timeout=10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+
+
+def delivered(maildir):
+    return len(glob.glob(os.path.join(maildir, "*.eml")))
+
+
+def run_service(build, port, count, message_file, work):
+    folders = {name: os.path.join(work, name) for name in ("pickup", "sent", "failed", "log")}
+    for folder in folders.values():
+        os.makedirs(folder)
+    registry = os.path.join(work, "registry.reg")
+    with open(registry, "w") as out:
+        out.write("REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\Norvane\\Telmora\\QueueServer]\n")
+        out.write('"PickupMailDir"="%s"\n"SentMailDir"="%s"\n"FailedMailDir"="%s"\n"LogDir"="%s"\n'
+                  % (folders["pickup"], folders["sent"], folders["failed"], folders["log"]))
+    env = dict(os.environ, TELMORAQ_REGISTRY=registry,
+               TELMORAQ_EVENTLOG=os.path.join(work, "events.log"),
+               TELMORAQ_DEBUG_DIR=os.path.join(work, "debug"))
+    submit = os.path.join(build, "tools", "submit", "telmoraq-submit")
+    for i in range(count):
+        subprocess.run([submit, "--pickup", folders["pickup"], "--name", "m%04d" % i,
+                        "--host", "127.0.0.1", "--port", str(port), "--message", message_file],
+                       check=True, stdout=subprocess.DEVNULL, env=env)
+    service = subprocess.Popen([os.path.join(build, "telmoraq"), "/NvDebug"], env=env,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    start = time.monotonic()
+    try:
+        while True:
+            left = glob.glob(os.path.join(folders["pickup"], "*.nvq"))
+            logs = glob.glob(os.path.join(folders["log"], "*.LOG"))
+            lines = sum(1 for log in logs for _ in open(log, "rb")) - len(logs)  # head rows
+            archived = len(os.listdir(folders["sent"]))
+            if not left and lines >= count and archived >= count:
+                break
+            if time.monotonic() - start > 900:
+                sys.exit("queue_bench: the service did not finish within 15 minutes")
+            time.sleep(0.02)
+        return time.monotonic() - start
+    finally:
+        service.kill()
+        service.wait()
+
+
+def ensure_msmtp():
+    if shutil.which("msmtp"):
+        return True
+    subprocess.run(["apt-get", "install", "-y", "msmtp"], stdout=subprocess.DEVNULL,
+                   stderr=subprocess.DEVNULL)
+    return shutil.which("msmtp") is not None
+
+
+def run_msmtp(port, starttls, count, text):
+    tls = ["--tls=on", "--tls-starttls=on", "--tls-certcheck=off"] if starttls else ["--tls=off"]
+    start = time.monotonic()
+    for _ in range(count):
+        subprocess.run(["msmtp", "--host=127.0.0.1", "--port=%d" % port, "--auth=off",
+                        "--from=bench@example.test"] + tls + ["sink@example.test"],
+                       input=text, check=True)
+    return time.monotonic() - start
+
+
+def run_smtplib(port, starttls, count, text):
+    context = ssl.create_default_context()
+    context.check_hostname = False
+    context.verify_mode = ssl.CERT_NONE
+    start = time.monotonic()
+    for _ in range(count):
+        with smtplib.SMTP("127.0.0.1", port) as client:
+            client.ehlo("bench")
+            if starttls:
+                client.starttls(context=context)
+                client.ehlo("bench")
+            client.sendmail("bench@example.test", ["sink@example.test"], text)
+    return time.monotonic() - start
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--build", default=os.path.join(ROOT, "build"))
+    ap.add_argument("--count", type=int, default=500)
+    args = ap.parse_args()
+    build = os.path.abspath(args.build)
+    have_msmtp = ensure_msmtp()
+    text = ten_kilobyte_message()
+    print("%d messages of %d bytes each" % (args.count, len(text)))
+    for mode in ("plain", "starttls"):
+        with tempfile.TemporaryDirectory(prefix="telmoraq-queue-bench-") as work:
+            message_file = os.path.join(work, "message.eml")
+            with open(message_file, "wb") as out:
+                out.write(text)
+            figures = {}
+            for name in ("telmoraq", "msmtp", "smtplib"):
+                if name == "msmtp" and not have_msmtp:
+                    continue
+                maildir = os.path.join(work, "mail-" + name)
+                os.makedirs(maildir)
+                server = Server(mode, maildir)
+                try:
+                    if name == "telmoraq":
+                        seconds = run_service(build, server.port, args.count, message_file,
+                                              os.path.join(work, "service"))
+                    elif name == "msmtp":
+                        seconds = run_msmtp(server.port, mode == "starttls", args.count, text)
+                    else:
+                        seconds = run_smtplib(server.port, mode == "starttls", args.count, text)
+                    got = delivered(maildir)
+                finally:
+                    server.stop()
+                if got != args.count:
+                    sys.exit("queue_bench: %s delivered %d of %d" % (name, got, args.count))
+                figures[name] = seconds
+            print("%-9s" % mode + "  ".join(
+                "%s %.1f msg/s" % (name, args.count / s) for name, s in figures.items()))
+            ours = figures["telmoraq"] / args.count * 1000
+            theirs = figures["smtplib"] / args.count * 1000
+            print("          per message: telmoraq %.1f ms, smtplib %.1f ms (ratio %.2f)"
+                  % (ours, theirs, ours / theirs))
+
+
+if __name__ == "__main__":
+    main()
