@@ -3,6 +3,7 @@
 // Waits are for states and events, with limits of many seconds: a slow
 // machine makes the tests slower, never wrong.
 #include "foundation/NvcThread.h"
+#include "platform/ThreadMessages.h"
 
 #include <gtest/gtest.h>
 
@@ -36,9 +37,25 @@ public:
         Kill();
     }
 
+    // STARTED comes before the worker's first message call, which makes its
+    // queue; until then posts fail. Making the queue here and saying so lets
+    // a test on a busy machine post only once it can.
     int OnInit() override {
-        ++inits;
+        platform::ThreadMessage none{};
+        platform::PeekMessage(none);
+        {
+            std::lock_guard<std::mutex> hold(m_mutex);
+            ++inits;
+            m_changed.notify_all();
+        }
         return CNvcThread::OnInit();
+    }
+    int StartReady() {
+        const int before = inits;
+        const int started = Start(kLongWaitMs);
+        std::unique_lock<std::mutex> hold(m_mutex);
+        m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), [&] { return inits > before; });
+        return started;
     }
     int OnTimer(int32_t) override {
         {
@@ -64,6 +81,10 @@ public:
         std::lock_guard<std::mutex> hold(m_mutex);
         m_blockTimer = false;
         m_changed.notify_all();
+    }
+    bool WaitUntilInitialised() {
+        std::unique_lock<std::mutex> hold(m_mutex);
+        return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), [this] { return inits > 0; });
     }
     bool WaitUntilInTimer() {
         std::unique_lock<std::mutex> hold(m_mutex);
@@ -117,7 +138,7 @@ TEST(NvcThread, StartAndStopWriteTheirTraceLinesInOrder) {
     TempDir dir;
     const std::string trace = dir.file("thread.log");
     TestWorker worker(trace);
-    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    ASSERT_EQ(0, worker.StartReady());
     EXPECT_EQ(1, worker.IsInitialised());
     ASSERT_EQ(0, worker.Stop(kLongWaitMs));
     EXPECT_EQ(0, worker.IsInitialised());
@@ -159,14 +180,8 @@ TEST(NvcThread, PostBeforeTheQueueExistsFailsAndRestoresState) {
     EXPECT_TRUE(HasLine(lines, "THREAD: Failed to stop thread, stop message could not be posted."));
 
     ASSERT_EQ(1, worker.WaitForState(CNvcThread::STARTED, kLongWaitMs));
-    // STARTED comes just before the worker's first message call, so the queue
-    // may still be missing for a moment on a busy machine.
-    int32_t posted = -1;
-    for (int tries = 0; posted != 0 && tries < 500; ++tries) {
-        posted = worker.PostMessage1(5);
-        if (posted != 0) platform::Sleep(10);
-    }
-    EXPECT_EQ(0, posted);
+    ASSERT_TRUE(worker.WaitUntilInitialised());
+    EXPECT_EQ(0, worker.PostMessage1(5));
     EXPECT_EQ(1, worker.PostMessage6(6)) << "the second set answers 1";
     ASSERT_TRUE(worker.WaitForMessages(2));
     EXPECT_EQ(0, worker.Stop(kLongWaitMs));
@@ -177,7 +192,7 @@ TEST(NvcThread, StopDuringLongTimerHookIsTakenRightAfterIt) {
     const std::string trace = dir.file("thread.log");
     TestWorker worker(trace, 500);
     worker.BlockTimer();
-    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    ASSERT_EQ(0, worker.StartReady());
     ASSERT_TRUE(worker.WaitUntilInTimer());
 
     EXPECT_EQ(1, worker.Stop(0));
@@ -200,7 +215,7 @@ TEST(NvcThread, StopDuringLongTimerHookIsTakenRightAfterIt) {
 TEST(NvcThread, HookCommandsWhilePausedAreDroppedAndTimerRests) {
     TempDir dir;
     TestWorker worker(dir.file("thread.log"), 500);
-    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    ASSERT_EQ(0, worker.StartReady());
     EXPECT_EQ(0, worker.Start(kLongWaitMs)) << "already started";
     ASSERT_EQ(1, worker.Pause());
     ASSERT_EQ(1, worker.WaitForState(CNvcThread::PAUSED, kLongWaitMs));
@@ -222,7 +237,7 @@ TEST(NvcThread, KillStopsAtOnceAndTheObjectRestarts) {
     TempDir dir;
     const std::string trace = dir.file("thread.log");
     TestWorker worker(trace, 500);
-    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    ASSERT_EQ(0, worker.StartReady());
     worker.BlockTimer();
     ASSERT_TRUE(worker.WaitUntilInTimer());
     EXPECT_EQ(0, worker.Kill());
@@ -231,7 +246,7 @@ TEST(NvcThread, KillStopsAtOnceAndTheObjectRestarts) {
     worker.ReleaseTimer();
     EXPECT_EQ(0, worker.Kill()) << "no thread left";
 
-    ASSERT_EQ(0, worker.Start(kLongWaitMs));
+    ASSERT_EQ(0, worker.StartReady());
     EXPECT_EQ(2, worker.inits.load());
     EXPECT_EQ(0, worker.PostMessage1(1));
     ASSERT_TRUE(worker.WaitForMessages(1));
@@ -247,7 +262,7 @@ TEST(NvcThread, ShortPeriodWorksAndIsNoted) {
     setenv("TELMORAQ_DEBUG_DIR", dir.path().c_str(), 1);
     {
         TestWorker worker(dir.file("thread.log"), 499);
-        ASSERT_EQ(0, worker.Start(kLongWaitMs));
+        ASSERT_EQ(0, worker.StartReady());
         EXPECT_EQ(0, worker.PostMessage1(1));
         ASSERT_TRUE(worker.WaitForMessages(1));
         EXPECT_EQ(0, worker.Stop(kLongWaitMs));

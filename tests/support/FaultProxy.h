@@ -15,6 +15,8 @@
 
 #include <string>
 
+#include "PortedScript.h"
+
 namespace testsupport {
 
 class FaultProxy {
@@ -37,8 +39,8 @@ public:
     FaultProxy(const FaultProxy&) = delete;
     FaultProxy& operator=(const FaultProxy&) = delete;
 
-    bool started() const { return port_ > 0; }
-    int port() const { return port_; }
+    bool started() const { return process_.port() > 0; }
+    int port() const { return process_.port(); }
     const std::string& error() const { return error_; }
 
     // Stops the proxy now (also done by the destructor); open connections close.
@@ -46,9 +48,7 @@ public:
 
 private:
     std::string error_;
-    int port_ = 0;
-    int pid_ = -1;
-    int stdinFd_ = -1;
+    PortedScript process_;
 };
 
 }  // namespace testsupport

@@ -29,23 +29,6 @@ const char* ModeName(SmtpTestServer::Mode mode) {
     }
 }
 
-// Reads one line from `fd` within `timeoutMs`; false on time-out or end.
-bool ReadLineWithin(int fd, std::string& line, int timeoutMs) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    line.clear();
-    for (;;) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                              end - std::chrono::steady_clock::now()).count();
-        if (left <= 0) return false;
-        pollfd p{fd, POLLIN, 0};
-        if (poll(&p, 1, static_cast<int>(left)) <= 0) continue;
-        char c;
-        if (read(fd, &c, 1) != 1) return false;
-        if (c == '\n') return true;
-        line += c;
-    }
-}
-
 std::vector<std::string> MessageStems(const std::string& dir) {
     std::vector<std::string> stems;
     std::error_code ec;
@@ -75,52 +58,13 @@ SmtpTestServer::SmtpTestServer(const std::string& maildir, const Options& option
     }
     if (options.authRequired) args.push_back("--auth-required");
 
-    int in[2], out[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
-        error_ = "pipe failed";
-        return;
-    }
-    pid_ = fork();
-    if (pid_ == 0) {
-        dup2(in[0], 0);
-        dup2(out[1], 1);
-        std::vector<char*> argv;
-        for (auto& a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    stdinFd_ = in[1];
-    std::string line;
-    if (pid_ > 0 && ReadLineWithin(out[0], line, 20000) && line.rfind("PORT ", 0) == 0)
-        port_ = std::stoi(line.substr(5));
-    else
+    if (!process_.start(std::move(args), 20000))
         error_ = "server did not start (is python3-aiosmtpd installed?)";
-    close(out[0]);
-    if (port_ == 0) stop();
 }
 
 SmtpTestServer::~SmtpTestServer() { stop(); }
 
-void SmtpTestServer::stop() {
-    if (stdinFd_ >= 0) close(stdinFd_);
-    stdinFd_ = -1;
-    if (pid_ > 0) {
-        // Closing stdin ends the server; SIGTERM is the fallback if it hangs.
-        for (int i = 0; i < 100; ++i) {
-            if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
-                pid_ = -1;
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    pid_ = -1;
-}
+void SmtpTestServer::stop() { process_.stop(); }
 
 std::vector<SmtpTestServer::Message> SmtpTestServer::messages() const {
     std::vector<Message> result;

@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "PortedScript.h"
+
 namespace testsupport {
 
 class SmtpTestServer {
@@ -40,8 +42,8 @@ public:
     SmtpTestServer(const SmtpTestServer&) = delete;
     SmtpTestServer& operator=(const SmtpTestServer&) = delete;
 
-    bool started() const { return port_ > 0; }
-    int port() const { return port_; }
+    bool started() const { return process_.port() > 0; }
+    int port() const { return process_.port(); }
     const std::string& error() const { return error_; }
 
     // Every message received so far, in the order of arrival.
@@ -56,9 +58,7 @@ public:
 private:
     std::string maildir_;
     std::string error_;
-    int port_ = 0;
-    int pid_ = -1;
-    int stdinFd_ = -1;
+    PortedScript process_;
 };
 
 }  // namespace testsupport
