@@ -29,7 +29,8 @@ import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
-SERVER = os.path.join(ROOT, "tests", "support", "smtp_server.py")
+sys.path.insert(0, HERE)
+from smtp_bench import Server  # noqa: E402  the same aiosmtpd wrapper
 
 
 def ten_kilobyte_message():
@@ -40,25 +41,6 @@ def ten_kilobyte_message():
         text += ("." if line % 10 == 0 else "x") + chr(ord("a") + line % 26) * 75 + "\r\n"
         line += 1
     return text.encode()
-
-
-class Server:
-    def __init__(self, mode, maildir):
-        self.process = subprocess.Popen(
-            ["/usr/bin/python3", SERVER, "--maildir", maildir, "--mode", mode],
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        line = self.process.stdout.readline()
-        if not line.startswith("PORT "):
-            self.stop()
-            sys.exit("queue_bench: the aiosmtpd server did not start")
-        self.port = int(line.split()[1])
-
-    def stop(self):
-        self.process.stdin.close()
-        try:
-            self.process.wait(timeout=10)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
 
 
 def delivered(maildir):
