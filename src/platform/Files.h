@@ -1,4 +1,4 @@
-// Files.h - directory search, durable copy, delete and existence tests
+// Files.h - directory search, durable copy and rename, delete, existence tests, file locks
 //
 // The search takes a path whose last component may hold "*" and "?" (the folder
 // part is taken literally) and yields the matching entries in the order the
@@ -67,5 +67,30 @@ uint32_t AppendToFile(const std::string& path, const std::string& data);
 
 // Deletes a file (not a folder: 5). Returns 0 or an error number.
 uint32_t DeleteFile(const std::string& path);
+
+// Flushes the folder that holds `path`, so that an entry made or removed in it
+// survives a crash. 0 or an error number.
+uint32_t SyncParentDirectory(const std::string& path);
+
+// Renames `from` to `to` in the same file system, never replacing an existing
+// `to` (80), and flushes the folder. 0 or an error number.
+uint32_t RenameFileNoReplace(const std::string& from, const std::string& to);
+
+// An advisory lock on a file, created when missing, taken without waiting and
+// held until the object goes. Busy() tells that another holder has it; a file
+// that could not be opened is neither held nor busy.
+class FileLock {
+public:
+    explicit FileLock(const std::string& path);
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    bool Held() const { return fd_ >= 0; }
+    bool Busy() const { return busy_; }
+
+private:
+    int fd_ = -1;
+    bool busy_ = false;
+};
 
 }  // namespace platform

@@ -10,18 +10,13 @@
 // state, checkpoint and exit codes, EXTEND_TIMEOUT_USEC= from the wait hint of
 // a pending state.
 //
-// Also here: the two file steps that make a hand-over durable, which the
-// durable copy of Files.h does not take (the folder entry flushed, a rename
-// that never replaces).
-//
 // Input:       the dispatcher blocks the control signals in the calling thread
 //              before the service main runs, so it must be called before any
 //              other thread exists; threads made later inherit the mask.
-// Diagnostics: false or null on failure; the file calls give 0 or a Windows
-//              error number.
+// Diagnostics: false or null on failure.
 // Limits:      one service per process; a second registration replaces the
 //              handler.
-// See also:    posix/ServiceControl.cpp, Files.h
+// See also:    posix/ServiceControl.cpp
 #pragma once
 
 #include <cstdint>
@@ -81,13 +76,5 @@ void MessageBeep(uint32_t type);
 
 // Ends the process at once with `code`: no destructors, no waiting for threads.
 [[noreturn]] void ExitProcessNow(int code);
-
-// Flushes the folder that holds `path`, so that an entry made or removed in it
-// survives a crash. 0 or an error number.
-uint32_t SyncParentDirectory(const std::string& path);
-
-// Renames `from` to `to` in the same file system, never replacing an existing
-// `to` (80), and flushes the folder. 0 or an error number.
-uint32_t RenameFileNoReplace(const std::string& from, const std::string& to);
 
 }  // namespace platform

@@ -8,7 +8,6 @@
 
 #include "foundation/SystemHelpers.h"
 #include "platform/Files.h"
-#include "platform/ServiceControl.h"
 
 namespace {
 

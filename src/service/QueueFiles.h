@@ -10,7 +10,7 @@
 //              gives "/" and the name, the root folder, as configured.
 // Diagnostics: ArchiveQueueFile tells whether a copy exists; the name it
 //              gives is the last destination tried either way.
-// See also:    ThreadQueue.h, platform/Files.h, platform/ServiceControl.h
+// See also:    ThreadQueue.h, platform/Files.h
 #pragma once
 
 #include "foundation/NvcString.h"

@@ -21,6 +21,7 @@ constexpr const char* kPasswordHeader = "X-NvQueueService-RemoveBeforeSending-Pa
 constexpr const char* kSecureHeader = "X-NvQueueService-RemoveBeforeSending-Secure";
 
 constexpr const char* kEventSource = "TelmoraQ";
+constexpr const char* kPickupLockName = ".telmoraq.lock";
 constexpr uint32_t kEventFileHeld = 0x80000067;
 
 const std::string kRuler(118, '-');
@@ -48,6 +49,12 @@ int CThreadQueue::OnTimer(int32_t argument) {
         Log(this, 1, "Thread not initialized yet.\n");
         return CNvcThread::OnTimer(argument);
     }
+
+    // A second instance on the same folder sits its passes out rather than
+    // delivering, archiving or deleting the files the first one is working on.
+    CNvcString lockPath;
+    platform::FileLock passLock(JoinPath(m_config.pickupDir, kPickupLockName, lockPath).GetData());
+    if (passLock.Busy()) return CNvcThread::OnTimer(argument);
 
     CNvcString mask;
     platform::DirectorySearch search(JoinPath(m_config.pickupDir, "*.nvq", mask).GetData());

@@ -150,3 +150,32 @@ TEST(CopyFileDurably, DiskFullLeavesNoPartialCopy) {
     if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user namespaces here: disk-full case skipped";
     EXPECT_EQ(0, WEXITSTATUS(status)) << "wrong error or a leftover file on the full disk";
 }
+
+TEST(Files, TheRenameNeverReplacesAnExistingFile) {
+    TempDir dir;
+    WriteFile(dir.file("a"), "a");
+    WriteFile(dir.file("b"), "b");
+    EXPECT_EQ(RenameFileNoReplace(dir.file("a"), dir.file("b")), 80u);
+    EXPECT_EQ(ReadFile(dir.file("b")), "b");
+    EXPECT_EQ(RenameFileNoReplace(dir.file("a"), dir.file("c")), 0u);
+    EXPECT_EQ(ReadFile(dir.file("c")), "a");
+    EXPECT_NE(SyncParentDirectory(dir.file("nowhere/x")), 0u);
+}
+
+// flock belongs to the open file, so a second lock object fails even in the
+// same process, as it would in a second instance.
+TEST(FileLock, OneHolderAtATimeAndFreedWithTheObject) {
+    TempDir dir;
+    {
+        FileLock first(dir.file("lock"));
+        ASSERT_TRUE(first.Held());
+        FileLock second(dir.file("lock"));
+        EXPECT_FALSE(second.Held());
+        EXPECT_TRUE(second.Busy());
+    }
+    FileLock again(dir.file("lock"));
+    EXPECT_TRUE(again.Held());
+    FileLock nowhere(dir.file("no/lock"));
+    EXPECT_FALSE(nowhere.Held());
+    EXPECT_FALSE(nowhere.Busy());
+}

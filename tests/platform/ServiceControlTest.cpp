@@ -122,15 +122,4 @@ TEST(ServiceControl, NotificationsSayReadyStoppingAndExtendOnlyPendingStates) {
     EXPECT_FALSE(platform::SetServiceStatus(nullptr, status));
 }
 
-TEST(ServiceControl, TheRenameNeverReplacesAnExistingFile) {
-    TempDir dir;
-    WriteFile(dir.file("a"), "a");
-    WriteFile(dir.file("b"), "b");
-    EXPECT_EQ(platform::RenameFileNoReplace(dir.file("a"), dir.file("b")), 80u);
-    EXPECT_EQ(ReadFile(dir.file("b")), "b");
-    EXPECT_EQ(platform::RenameFileNoReplace(dir.file("a"), dir.file("c")), 0u);
-    EXPECT_EQ(ReadFile(dir.file("c")), "a");
-    EXPECT_NE(platform::SyncParentDirectory(dir.file("nowhere/x")), 0u);
-}
-
 }  // namespace

@@ -15,8 +15,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/Files.h"
 #include "platform/RandomBytes.h"
-#include "platform/ServiceControl.h"
 
 namespace {
 

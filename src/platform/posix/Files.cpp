@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -231,6 +232,40 @@ uint32_t DeleteFile(const std::string& path) {
     if (S_ISDIR(st.st_mode)) return Fail(kErrorAccessDenied);
     if (::unlink(path.c_str()) != 0) return Fail(posix::PathError(path, errno));
     return 0;
+}
+
+uint32_t SyncParentDirectory(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return LastErrnoAsError();
+    const bool synced = ::fsync(fd) == 0;
+    const uint32_t error = synced ? 0 : LastErrnoAsError();
+    ::close(fd);
+    return error;
+}
+
+uint32_t RenameFileNoReplace(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+        if (errno != EINVAL && errno != ENOSYS) return LastErrnoAsError();
+        // A file system without the flag: a link refuses an existing name too.
+        if (::link(from.c_str(), to.c_str()) != 0) return LastErrnoAsError();
+        ::unlink(from.c_str());
+    }
+    return SyncParentDirectory(to);
+}
+
+FileLock::FileLock(const std::string& path) {
+    fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0644);
+    if (fd_ >= 0 && ::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+        busy_ = errno == EWOULDBLOCK;
+        ::close(fd_);
+        fd_ = -1;
+    }
+}
+
+FileLock::~FileLock() {
+    if (fd_ >= 0) ::close(fd_);
 }
 
 }  // namespace platform

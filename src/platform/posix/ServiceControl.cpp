@@ -3,7 +3,6 @@
 // See ServiceControl.h
 #include "platform/ServiceControl.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
@@ -172,26 +171,5 @@ bool SetServiceStatus(ServiceStatusHandle handle, const ServiceStatus& status) {
 void MessageBeep(uint32_t) {}
 
 void ExitProcessNow(int code) { std::_Exit(code); }
-
-uint32_t SyncParentDirectory(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return LastErrnoAsError();
-    const bool synced = ::fsync(fd) == 0;
-    const uint32_t error = synced ? 0 : LastErrnoAsError();
-    ::close(fd);
-    return error;
-}
-
-uint32_t RenameFileNoReplace(const std::string& from, const std::string& to) {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
-        if (errno != EINVAL && errno != ENOSYS) return LastErrnoAsError();
-        // A file system without the flag: a link refuses an existing name too.
-        if (::link(from.c_str(), to.c_str()) != 0) return LastErrnoAsError();
-        ::unlink(from.c_str());
-    }
-    return SyncParentDirectory(to);
-}
 
 }  // namespace platform
