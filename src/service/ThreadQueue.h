@@ -18,7 +18,8 @@
 //              renamed to ".held" in the pickup folder, with one trace line and
 //              one event, so that a copy the settings ask for is never lost.
 //              Stop and pause are taken only between passes.
-// See also:    QueueConfig.h, ResultLog.h, QueueFiles.h, mail/NvMail.h, smtp/NvSmtp.h
+// See also:    QueueConfig.h, ResultLog.h, QueueFiles.h, QueueControlHeaders.h, mail/NvMail.h,
+//              smtp/NvSmtp.h
 #pragma once
 
 #include <cstdint>

@@ -1,38 +1,24 @@
 // ThreadQueuePass.cpp - one pass over the pickup folder, and the delivery of one file
 //
 // See ThreadQueue.h
-#include <climits>
 #include <memory>
 #include <string>
 
 #include "foundation/SystemHelpers.h"
 #include "mail/NvMail.h"
 #include "platform/Files.h"
+#include "service/QueueControlHeaders.h"
 #include "service/QueueFiles.h"
 #include "service/ThreadQueue.h"
 #include "smtp/NvSmtp.h"
 
 namespace {
 
-constexpr const char* kHostHeader = "X-NvQueueService-RemoveBeforeSending-Host";
-constexpr const char* kPortHeader = "X-NvQueueService-RemoveBeforeSending-Port";
-constexpr const char* kAccountHeader = "X-NvQueueService-RemoveBeforeSending-Account";
-constexpr const char* kPasswordHeader = "X-NvQueueService-RemoveBeforeSending-Password";
-constexpr const char* kSecureHeader = "X-NvQueueService-RemoveBeforeSending-Secure";
-
 constexpr const char* kEventSource = "TelmoraQ";
 constexpr const char* kPickupLockName = ".telmoraq.lock";
 constexpr uint32_t kEventFileHeld = 0x80000067;
 
 const std::string kRuler(118, '-');
-
-// Leading digits only: no blank, no sign, no digits at all gives 0.
-int32_t PortOf(const CNvcString& text) {
-    long long port = 0;
-    for (const char* p = text.GetData(); *p >= '0' && *p <= '9'; ++p)
-        if ((port = port * 10 + (*p - '0')) > INT_MAX) return INT_MAX;
-    return static_cast<int32_t>(port);
-}
 
 CNvcString& JoinPath(const CNvcString& folder, const char* name, CNvcString& out) {
     out = folder;
@@ -90,23 +76,13 @@ void CThreadQueue::ProcessEntry(CNvMail& mail, const CNvcString& path) {
 void CThreadQueue::ProcessFile(CNvMail& mail, const char* path) {
     const uint32_t started = m_tick();
 
-    CNvcString host, port, account, password, secure;
-    mail.GetHeader(kHostHeader, host);
-    mail.GetHeader(kPortHeader, port);
-    mail.GetHeader(kAccountHeader, account);
-    mail.GetHeader(kPasswordHeader, password);
-    mail.GetHeader(kSecureHeader, secure);
-    m_smtp->SetHost(host.GetData());
-    m_smtp->m_port = PortOf(port);
-    m_smtp->m_account = account;
-    m_smtp->m_password = password.Unscramble();
-    m_smtp->m_secure = secure.EqualNoCase("TRUE") ? 1 : 0;
-
-    mail.RemoveHeader(kHostHeader);
-    mail.RemoveHeader(kPortHeader);
-    mail.RemoveHeader(kAccountHeader);
-    mail.RemoveHeader(kPasswordHeader);
-    mail.RemoveHeader(kSecureHeader);
+    QueueControlHeaders control;
+    control.TakeFrom(mail);
+    m_smtp->SetHost(control.host.GetData());
+    m_smtp->m_port = control.port;
+    m_smtp->m_account = control.account;
+    m_smtp->m_password = control.password;
+    m_smtp->m_secure = control.secure;
 
     int32_t result = m_smtp->Connect();
     if (result == 0) result = m_smtp->SendMail(mail);
