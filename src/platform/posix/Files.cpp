@@ -64,9 +64,11 @@ uint32_t Publish(const std::string& temp, const std::string& to, bool failIfExis
 }
 
 // Writes the whole of `in` to a new temporary file beside `to`, flushed, and
-// names its path in `temp`.
+// names its path in `temp`. The temporary name is short and fixed in length:
+// one derived from `to` would be too long for a name near the 255-byte limit.
 uint32_t WriteTemporaryCopy(int in, mode_t mode, const std::string& to, std::string& temp) {
-    temp = to + ".XXXXXX";
+    const size_t slash = to.rfind('/');
+    temp = (slash == std::string::npos ? std::string() : to.substr(0, slash + 1)) + ".copy-XXXXXX";
     int out = ::mkstemp(&temp[0]);
     if (out < 0) {
         const int err = errno;
