@@ -30,6 +30,7 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(HERE)
 sys.path.insert(0, HERE)
+from service_run import ServiceRun  # noqa: E402
 from smtp_bench import Server  # noqa: E402  the same aiosmtpd wrapper
 
 
@@ -48,31 +49,14 @@ def delivered(maildir):
 
 
 def run_service(build, port, count, message_file, work):
-    folders = {name: os.path.join(work, name) for name in ("pickup", "sent", "failed", "log")}
-    for folder in folders.values():
-        os.makedirs(folder)
-    registry = os.path.join(work, "registry.reg")
-    with open(registry, "w") as out:
-        out.write("REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\Norvane\\Telmora\\QueueServer]\n")
-        out.write('"PickupMailDir"="%s"\n"SentMailDir"="%s"\n"FailedMailDir"="%s"\n"LogDir"="%s"\n'
-                  % (folders["pickup"], folders["sent"], folders["failed"], folders["log"]))
-    env = dict(os.environ, TELMORAQ_REGISTRY=registry,
-               TELMORAQ_EVENTLOG=os.path.join(work, "events.log"),
-               TELMORAQ_DEBUG_DIR=os.path.join(work, "debug"))
-    submit = os.path.join(build, "tools", "submit", "telmoraq-submit")
+    service = ServiceRun(build, work)
     for i in range(count):
-        subprocess.run([submit, "--pickup", folders["pickup"], "--name", "m%04d" % i,
-                        "--host", "127.0.0.1", "--port", str(port), "--message", message_file],
-                       check=True, stdout=subprocess.DEVNULL, env=env)
-    service = subprocess.Popen([os.path.join(build, "telmoraq"), "/NvDebug"], env=env,
-                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        service.submit("m%04d" % i, port, message_file)
+    service.start()
     start = time.monotonic()
     try:
         while True:
-            left = glob.glob(os.path.join(folders["pickup"], "*.nvq"))
-            logs = glob.glob(os.path.join(folders["log"], "*.LOG"))
-            lines = sum(1 for log in logs for _ in open(log, "rb")) - len(logs)  # head rows
-            archived = len(os.listdir(folders["sent"]))
+            left, lines, archived = service.progress()
             if not left and lines >= count and archived >= count:
                 break
             if time.monotonic() - start > 900:
@@ -80,8 +64,7 @@ def run_service(build, port, count, message_file, work):
             time.sleep(0.02)
         return time.monotonic() - start
     finally:
-        service.kill()
-        service.wait()
+        service.stop()
 
 
 def ensure_msmtp():

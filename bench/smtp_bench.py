@@ -40,9 +40,9 @@ def ten_kilobyte_message():
 
 
 class Server:
-    def __init__(self, mode, maildir):
+    def __init__(self, mode, maildir, extra=()):
         self.process = subprocess.Popen(
-            ["/usr/bin/python3", SERVER, "--maildir", maildir, "--mode", mode],
+            ["/usr/bin/python3", SERVER, "--maildir", maildir, "--mode", mode] + list(extra),
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         line = self.process.stdout.readline()
         if not line.startswith("PORT "):

@@ -3,6 +3,7 @@
 
     smtp_server.py --maildir DIR [--mode plain|starttls|tls] [--user NAME:PASSWORD ...]
                    [--auth-required] [--port N] [--cert PEM --key PEM]
+                   [--data-size-limit BYTES]
 
 Prints "PORT <n>" on stdout once it accepts connections, then serves until its
 standard input closes or it gets SIGTERM. Each accepted message becomes
@@ -122,6 +123,8 @@ def main():
     ap.add_argument("--port", type=int, default=0)
     ap.add_argument("--cert")
     ap.add_argument("--key")
+    # aiosmtpd's own default (32 MiB) unless given; 0 takes any size.
+    ap.add_argument("--data-size-limit", type=int)
     args = ap.parse_args()
 
     os.makedirs(args.maildir, exist_ok=True)
@@ -149,6 +152,8 @@ def main():
     kwargs = dict(hostname="127.0.0.1", port=port, authenticator=authenticator,
                   auth_required=args.auth_required, auth_require_tls=False,
                   server_hostname="localhost", ready_timeout=10)
+    if args.data_size_limit is not None:
+        kwargs["data_size_limit"] = args.data_size_limit
     if args.mode == "starttls":
         kwargs["tls_context"] = context
     elif args.mode == "tls":
