@@ -16,6 +16,13 @@ bool CopyDurably(const CNvcString& from, const CNvcString& to) {
            platform::SyncParentDirectory(to.GetData()) == 0;
 }
 
+// A rename whose folder could not be flushed afterwards has still taken
+// effect: the file goes by its new name and must not be renamed again.
+bool Renamed(const char* from, const char* to) {
+    if (platform::RenameFileNoReplace(from, to) == 0) return true;
+    return FileExists(from) == 0 && FileExists(to) != 0;
+}
+
 CNvcString& FolderOf(const char* path, CNvcString& out) {
     const char* slash = std::strrchr(path, '/');
     if (slash == nullptr) return out.Clear();
@@ -62,7 +69,7 @@ bool HoldQueueFile(const char* path, CNvcString& heldPath) {
     WithExtension(BaseNameOf(path, base).GetData(), ".held", heldName);
     heldPath = folder;
     heldPath.Append(heldName);
-    if (platform::RenameFileNoReplace(path, heldPath.GetData()) == 0) return true;
+    if (Renamed(path, heldPath.GetData())) return true;
     MakeUniqueFileName(folder.GetData(), "", ".held", heldPath);
-    return platform::RenameFileNoReplace(path, heldPath.GetData()) == 0;
+    return Renamed(path, heldPath.GetData());
 }
