@@ -40,6 +40,12 @@ RULES = {
     'python-undecoded': 'broken transfer encoding: Python gives the encoded text back, we decode tolerantly',
     'qp-trailing-blanks': 'quoted-printable: trailing white space of a line is dropped',
     'base64 stop': 'base64 decoding stops at the first "=" (Python reads on)',
+    'no delimiter': 'multipart without a delimiter line: the whole body is kept as text (Python keeps what stands before its closer)',
+    'unclosed nesting': 'unclosed multiparts nested: each level takes the last two bytes of its body for a line end',
+    'qp line breaks': 'quoted-printable hard line break decoded as CR LF (Python: LF)',
+    'python-header-cut': 'a header line without a colon: we drop it and read on, Python ends the header there',
+    'delimiter without dashes': 'the boundary followed by a line end or "--" is a delimiter wherever it stands (the dashes are not searched)',
+    'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
 
 
@@ -87,15 +93,140 @@ def only_replacements(ours, theirs):
     return changed
 
 
-def binary_class(node, raw):
+B64_ALPHABET = b'ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/'
+
+
+def our_base64(text):
+    """Our tolerant reading: stop at "=" or NUL, skip what is not in the alphabet."""
+    bits, count, out = 0, 0, bytearray()
+    for byte in text:
+        if byte in (0x3D, 0):
+            break
+        index = B64_ALPHABET.find(bytes([byte]))
+        if index < 0:
+            continue
+        bits, count = (bits << 6) | index, count + 6
+        if count >= 8:
+            count -= 8
+            out.append((bits >> count) & 0xFF)
+    return bytes(out)
+
+
+def our_quoted_printable(text, line_end=b'\r\n'):
+    """Our reading, line by line; trailing blanks go, "=" tests the low 7 bits."""
+    out = bytearray()
+    hexdigits = b'0123456789abcdefABCDEF'
+    lines = text.split(b'\0')[0].split(b'\n')
+    for number, line in enumerate(lines):
+        has_lf = number < len(lines) - 1
+        line = line.rstrip(b'\r \t')
+        soft = False
+        i = 0
+        while i < len(line):
+            byte = line[i]
+            if byte & 0x7F != 0x3D:
+                out.append(byte)
+            elif i == len(line) - 1:
+                soft = True
+            elif i + 2 < len(line) + 1 and len(line) > i + 2 and \
+                    line[i + 1] in hexdigits and line[i + 2] in hexdigits:
+                value = int(line[i + 1:i + 3], 16)
+                if value == 0xFF and line[i + 3:i + 7] == b'FFFF':
+                    digits = line[i + 7:i + 9]
+                    value = sum((int(chr(d), 16) if d in hexdigits else 0) << (4 * (1 - k))
+                                for k, d in enumerate(digits.ljust(2, b'0')))
+                    i += 6
+                out.append(value)
+                i += 2
+            else:
+                out.append(byte)
+            i += 1
+        if has_lf and not soft:
+            out += line_end
+    return bytes(out)
+
+
+def encoded_payload(part):
+    # The stored payload keeps 8-bit bytes as surrogates; get_payload would
+    # replace them.
+    payload = part._payload
+    if isinstance(payload, str):
+        return payload.encode('ascii', 'surrogateescape')
+    return b''
+
+
+def has_defect(part, name):
+    return any(type(defect).__name__ == name for defect in part.defects)
+
+
+def to_crlf(data):
+    return data.replace(b'\r', b'').replace(b'\n', b'\r\n')
+
+
+def after_blank_line(data):
+    """What follows the first blank line, as our header reading goes on to it."""
+    data = data.replace(b'\r\n', b'\n')
+    return data.split(b'\n\n', 1)[1] if b'\n\n' in data else b''
+
+
+def header_cut(node, part):
+    if not has_defect(part, 'MissingHeaderBodySeparatorDefect'):
+        return False
+    rest = after_blank_line(encoded_payload(part))
+    if node['encoding'].strip().lower() == 'base64':
+        return node['bytes'] == our_base64(rest)
+    return node['bytes'].replace(b'\r\n', b'\n') == rest
+
+
+def binary_class(node, raw, part, boundaries=()):
     ours = node['bytes']
-    if ours.replace(b'\r\n', b'\n') == raw.replace(b'\r\n', b'\n'):
+    encoding = node['encoding'].strip().lower()
+    encoded = encoded_payload(part)
+    if encoding == 'base64':
+        if ours == our_base64(encoded):
+            if raw in (encoded, b''.join(encoded.splitlines())):
+                return 'python-undecoded'
+            tail = encoded.split(b'=', 1)[1] if b'=' in encoded else b''
+            if raw.startswith(ours) and tail.strip(b'=\r\n \t'):
+                return 'base64 stop'
+        crlf = to_crlf(encoded)
+        for boundary in boundaries:
+            for pos in (crlf.find(boundary + b'\r\n'), crlf.find(boundary + b'--')):
+                if pos >= 4 and ours == our_base64(crlf[:pos - 4]):
+                    return 'delimiter without dashes'
+        trimmed = encoded.rstrip(b'\r\n')
+        depth = node['path'].count('.') + 1
+        for cut in range(1, depth + 1):
+            if ours == our_base64(trimmed[:-2 * cut]) and ours != raw:
+                return 'unclosed nesting'
+        return None
+    if encoding == 'quoted-printable':
+        crlf = encoded.replace(b'\r', b'').replace(b'\n', b'\r\n')
+        for text in (encoded, crlf):
+            if ours == our_quoted_printable(text) and raw == our_quoted_printable(text, b'\n'):
+                return 'qp line breaks'
+        return None
+    if ours == to_crlf(raw):
         return 'binary line-ends'
     if ours.replace(b'\r\n', b'\n').rstrip(b'\n') == raw.replace(b'\r\n', b'\n').rstrip(b'\n'):
         return 'last line end'
-    if node['encoding'].lower() == 'base64' and raw.startswith(ours) and len(ours) < len(raw):
-        return 'base64 stop'
     return None
+
+
+def no_delimiter(node, part, raw):
+    """Our multipart node without parts keeps its whole body; Python's payload is a prefix."""
+    if not node['content_type'].startswith('multipart/') or node['parts'] != 0:
+        return False
+    ours = node['bytes'].replace(b'\r\n', b'\n')
+    theirs = raw.replace(b'\r\n', b'\n')
+    if not ours.startswith(theirs):
+        return 'zero byte ends repaired copy' if b'\0' in theirs and \
+            ours == theirs[:theirs.index(b'\0')] else False
+    rest = ours[len(theirs):].lstrip(b'\n')
+    boundary = (part.get_boundary() or '').encode('utf-8', 'surrogateescape')
+    if rest == b'' or boundary and rest.startswith(b'--' + boundary):
+        return 'no delimiter'
+    return False
 
 
 def lf(text):
@@ -159,6 +290,8 @@ def check_message(nodes, path, counts, failures):
         message = email.message_from_binary_file(f, policy=email.policy.default)
     ours = [n for n in nodes if n['parts'] == 0 and n['path'] != '.' or len(nodes) == 1]
     theirs = py_leaves(message)
+    boundaries = [p.get_boundary().encode('utf-8', 'surrogateescape')
+                  for p in message.walk() if p.get_boundary()]
     if len(ours) != len(theirs):
         counts['structure'] += 1
         return
@@ -187,8 +320,12 @@ def check_message(nodes, path, counts, failures):
                 counts['attached messages'] += 1
             elif node['bytes'] == raw:
                 counts['binary equal'] += 1
-            elif binary_class(node, raw):
-                counts[binary_class(node, raw)] += 1
+            elif no_delimiter(node, part, raw):
+                counts[no_delimiter(node, part, raw)] += 1
+            elif header_cut(node, part):
+                counts['python-header-cut'] += 1
+            elif binary_class(node, raw, part, boundaries):
+                counts[binary_class(node, raw, part, boundaries)] += 1
             else:
                 failures.append((path, where, 'binary bytes differ (%d vs %d)'
                                  % (len(node['bytes']), len(raw))))
