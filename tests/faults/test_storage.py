@@ -85,6 +85,27 @@ class ArchiveFolder(FaultTest):
                       service.path("pickup/good.held"), service.events())
 
 
+    def test_a_failing_folder_flush_keeps_every_copy_made_and_holds_the_file(self):
+        require_strace(self)
+        service = Service(self)
+        peer = Peer(self, service.path("mail"))
+        service.submit("good.nvq", peer.port, "folder flush fails")
+        original = service.read(service.path("pickup/good.nvq"))
+        proc = service.start(prefix=["strace", "-f", "-qq", "-o", service.path("strace.log"), "-e",
+                                     "trace=fsync", "-e", "inject=fsync:error=EIO", "-P", service.path("sent")])
+        self.assertHeld(service, peer, "good.nvq", "folder flush fails")
+        self.assertAlive(service, proc)
+        # Both copies reached their names before the flush of the folder failed;
+        # they stay, and the line names the last one tried.
+        copies = service.listing("sent")
+        self.assertEqual(len(copies), 2, copies)
+        self.assertIn("good.hst", copies)
+        for name in copies:
+            self.assertEqual(service.read(service.path("sent/" + name)), original)
+        self.assertIn("|%s|" % [c for c in copies if c.endswith(".mim")][0],
+                      service.result_line("folder flush fails"))
+
+
 class DurableOrder(FaultTest):
     def test_copy_and_folder_are_flushed_before_the_source_goes(self):
         require_strace(self)
