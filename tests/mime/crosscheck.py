@@ -45,6 +45,14 @@ RULES = {
     'qp line breaks': 'quoted-printable hard line break decoded as CR LF (Python: LF)',
     'python-header-cut': 'a header line without a colon: we drop it and read on, Python ends the header there',
     'delimiter without dashes': 'the boundary followed by a line end or "--" is a delimiter wherever it stands (the dashes are not searched)',
+    'c1-dropped': 'ISO-8859 C1 control bytes 0x80-0x9F: our tables drop them, Python keeps U+0080-U+009F',
+    'jis-table': 'JIS X 0208 read with the Windows table (U+FF5E, U+FF0D, U+2225 ...; Python: the JIS table)',
+    'gbk-superset': 'gb2312 declared, read as its superset GBK (code page 936); Python stops at GBK-only bytes',
+    'python-no-codec': 'a charset Python has no codec for under this name; checked with its codec under another name',
+    'unknown-charset-latin1': 'a charset name we do not know: 8-bit text read as iso-8859-1',
+    'bom-dropped': 'UTF-16 byte order mark dropped in the conversion (Python keeps U+FEFF)',
+    'bare-cr': 'a lone CR stays in the text; Python reads it as a line end',
+    'second blank line': 'a part that begins with a blank line: up to two CR LF pairs are skipped before the body',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
 
@@ -178,6 +186,17 @@ def header_cut(node, part):
     return node['bytes'].replace(b'\r\n', b'\n') == rest
 
 
+def header_cut_text(node, part):
+    if not has_defect(part, 'MissingHeaderBodySeparatorDefect'):
+        return False
+    ours = lf(node['bytes'].decode('utf-8', 'surrogateescape'))
+    try:
+        theirs = lf(part.get_content())
+    except Exception:
+        return False
+    return isinstance(theirs, str) and theirs.endswith(ours)
+
+
 def binary_class(node, raw, part, boundaries=()):
     ours = node['bytes']
     encoding = node['encoding'].strip().lower()
@@ -272,6 +291,19 @@ def text_class(ours_bytes, part, raw, node):
             pass
     if only_replacements(ours, theirs):
         return 'replacement'
+    if theirs.startswith('\n') and theirs[1:] == ours and not node['content_type']:
+        return 'second blank line'
+    if unclosed_text(ours, theirs, node):
+        return 'unclosed nesting'
+    if node['encoding'].strip().lower() == 'base64' and \
+            ours_bytes == our_base64(encoded_payload(part)) and \
+            (has_defect(part, 'InvalidBase64CharactersDefect') or
+             has_defect(part, 'InvalidBase64LengthDefect') or
+             has_defect(part, 'InvalidBase64PaddingDefect')):
+        return 'python-undecoded'
+    peer = peer_charset_class(ours, theirs, raw, declared, node)
+    if peer:
+        return peer
     encoded = part.get_payload(decode=False)
     if isinstance(encoded, str) and lf(encoded) == theirs and \
             part.get('content-transfer-encoding', '').strip().lower() in ('base64', 'quoted-printable'):
@@ -280,6 +312,46 @@ def text_class(ours_bytes, part, raw, node):
     if node['encoding'].lower() == 'quoted-printable' and strip(ours) == strip(theirs):
         return 'qp-trailing-blanks'
     return 'UNEXPLAINED text'
+
+
+# Windows table on our side, JIS table on Python's: the same JIS X 0208 codes.
+JIS_PAIRS = str.maketrans({'\u301c': '\uff5e', '\u2212': '\uff0d', '\u2016': '\u2225',
+                           '\u00a2': '\uffe0', '\u00a3': '\uffe1', '\u00ac': '\uffe2',
+                           '\u2014': '\u2015'})
+PYTHON_CODEC = {'windows-874': 'cp874', 'x-mac-cyrillic': 'mac_cyrillic'}
+
+
+def decoded(raw, codec):
+    try:
+        return lf(raw.decode(codec, 'replace'))
+    except LookupError:
+        return None
+
+
+def unclosed_text(ours, theirs, node):
+    theirs = theirs.replace('\n', '\r\n').rstrip('\r\n')
+    ours = ours.replace('\n', '\r\n')
+    depth = node['path'].count('.') + 1
+    return any(ours == theirs[:len(theirs) - 2 * cut] for cut in range(1, depth + 1))
+
+
+def peer_charset_class(ours, theirs, raw, declared, node):
+    if declared.startswith('iso-8859') and \
+            ours == ''.join(c for c in theirs if not '\x80' <= c <= '\x9f'):
+        return 'c1-dropped'
+    if declared in ('iso-2022-jp', 'shift_jis', 'euc-jp') and ours == theirs.translate(JIS_PAIRS):
+        return 'jis-table'
+    if declared == 'gb2312' and ours == decoded(raw, 'gbk').replace('\ufffd', ''):
+        return 'gbk-superset'
+    if declared in PYTHON_CODEC and ours == decoded(raw, PYTHON_CODEC[declared]):
+        return 'python-no-codec'
+    if declared and not node['charset'] and ours == lf(raw.decode('latin-1')):
+        return 'unknown-charset-latin1'
+    if theirs.startswith('\ufeff') and ours == theirs[1:]:
+        return 'bom-dropped'
+    if '\r' in ours and ours.replace('\r', '\n') == theirs:
+        return 'bare-cr'
+    return None
 
 
 def check_message(nodes, path, counts, failures):
@@ -331,6 +403,8 @@ def check_message(nodes, path, counts, failures):
                                  % (len(node['bytes']), len(raw))))
             continue
         verdict = text_class(node['bytes'], part, raw, node)
+        if verdict and verdict.startswith('UNEXPLAINED') and header_cut_text(node, part):
+            verdict = 'python-header-cut'
         if verdict is None:
             counts['text equal'] += 1
         elif verdict.startswith('UNEXPLAINED'):
