@@ -53,6 +53,8 @@ RULES = {
     'bom-dropped': 'UTF-16 byte order mark dropped in the conversion (Python keeps U+FEFF)',
     'bare-cr': 'a lone CR stays in the text; Python reads it as a line end',
     'second blank line': 'a part that begins with a blank line: up to two CR LF pairs are skipped before the body',
+    'python-multipart-fallback': 'multipart without usable boundary or delimiter: we keep the type, Python reads text/plain',
+    'type ends at blank': 'media type ends at the first blank (Python reads on to ";")',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
 
@@ -376,6 +378,13 @@ def check_message(nodes, path, counts, failures):
                 counts['no-type'] += 1
             elif '/' not in node['content_type'] and part['content-type'] is not None:
                 counts['bad-type'] += 1
+            elif node['content_type'].startswith('multipart/') and node['parts'] == 0 and \
+                    py_type == 'text/plain' and \
+                    str(part['content-type']).strip().lower().startswith(node['content_type']):
+                counts['python-multipart-fallback'] += 1
+            elif node['content_type'] and py_type.startswith(node['content_type']) and \
+                    py_type[len(node['content_type'])] in ' \t':
+                counts['type ends at blank'] += 1
             else:
                 failures.append((path, where, 'type %r vs %r' % (node['content_type'], py_type)))
                 continue
