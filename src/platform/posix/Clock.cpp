@@ -24,11 +24,17 @@ void Fill(const std::tm& tm, uint16_t milliseconds, SystemTime& out) {
     out.wMilliseconds = milliseconds;
 }
 
-std::tm LocalTm(std::time_t when) {
-    ::tzset();  // localtime_r alone need not notice a changed TZ
+// Without tzset: callers take it once, since each call reads the zone file
+// again (a stat at least), which a walk over a year must not pay for each step.
+std::tm LocalTmNoRefresh(std::time_t when) {
     std::tm tm{};
     ::localtime_r(&when, &tm);
     return tm;
+}
+
+std::tm LocalTm(std::time_t when) {
+    ::tzset();  // localtime_r alone need not notice a changed TZ
+    return LocalTmNoRefresh(when);
 }
 
 // The zone's other offset (standard when `wantDst` is false) found by walking
@@ -36,7 +42,7 @@ std::tm LocalTm(std::time_t when) {
 bool FindOffset(std::time_t now, bool wantDst, long& offsetSeconds) {
     constexpr std::time_t kStep = 12 * 3600;
     for (std::time_t t = now - 183 * 24 * 3600; t < now + 183 * 24 * 3600; t += kStep) {
-        std::tm tm = LocalTm(t);
+        std::tm tm = LocalTmNoRefresh(t);
         if ((tm.tm_isdst > 0) == wantDst) {
             offsetSeconds = tm.tm_gmtoff;
             return true;
@@ -77,7 +83,6 @@ void LocalTimeOf(int64_t unixSeconds, SystemTime& out) {
 int64_t CurrentUnixTime() { return static_cast<int64_t>(std::time(nullptr)); }
 
 int GetTimeZoneInformation(TimeZoneInfo& out) {
-    ::tzset();
     const std::time_t now = std::time(nullptr);
     const std::tm present = LocalTm(now);
     const bool inDst = present.tm_isdst > 0;

@@ -11,7 +11,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
+#include <string>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -82,11 +85,35 @@ const char* IconvName(uint32_t codePage) {
     return nullptr;
 }
 
+// Opening a conversion loads its module each time; a thread keeps the ones it
+// has used, each reset to its initial state before a conversion.
+class ConverterCache {
+public:
+    ~ConverterCache() {
+        for (auto& entry : open_) ::iconv_close(entry.second);
+    }
+    iconv_t Get(const char* to, const char* from) {
+        const auto key = std::make_pair(std::string(to), std::string(from));
+        const auto found = open_.find(key);
+        if (found != open_.end()) {
+            ::iconv(found->second, nullptr, nullptr, nullptr, nullptr);
+            return found->second;
+        }
+        iconv_t cd = ::iconv_open(to, from);
+        if (cd != reinterpret_cast<iconv_t>(-1)) open_.emplace(key, cd);
+        return cd;
+    }
+
+private:
+    std::map<std::pair<std::string, std::string>, iconv_t> open_;
+};
+
 // Converts the whole input with the unmappable or broken units replaced: each
 // failing step of `unitSize` input bytes gives `replacement` once.
 bool Convert(const char* to, const char* from, const char* in, size_t inBytes, size_t unitSize,
              const std::string& replacement, std::string& out) {
-    iconv_t cd = ::iconv_open(to, from);
+    thread_local ConverterCache converters;
+    iconv_t cd = converters.Get(to, from);
     if (cd == reinterpret_cast<iconv_t>(-1)) return false;
     out.clear();
     char buffer[4096];
@@ -109,7 +136,6 @@ bool Convert(const char* to, const char* from, const char* in, size_t inBytes, s
     size_t room = sizeof buffer;
     ::iconv(cd, nullptr, nullptr, &dst, &room);  // the closing shift sequence, if any
     out.append(buffer, static_cast<size_t>(dst - buffer));
-    ::iconv_close(cd);
     return true;
 }
 
