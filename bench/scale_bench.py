@@ -76,19 +76,22 @@ def bench_drain(build, work, count=10000):
         server.stop()
 
 
+# The boundary is long on purpose: delimiters are searched without their dashes,
+# so a short one would match the ends of base64 lines.
 def write_big_message(path, attachment_bytes=75 * 1000 * 1000):
     import base64
     chunk = os.urandom(57 * 1000)
     with open(path, "wb") as out:
         out.write(b"From: Bench <bench@example.test>\r\nTo: Sink <sink@example.test>\r\n"
                   b"Subject: big\r\nMIME-Version: 1.0\r\n"
-                  b"Content-Type: multipart/mixed; boundary=\"b\"\r\n\r\n--b\r\n"
-                  b"Content-Type: text/plain\r\n\r\nA large attachment.\r\n--b\r\n"
+                  b"Content-Type: multipart/mixed; boundary=\"=_scale_bench_0123456789\"\r\n\r\n"
+                  b"--=_scale_bench_0123456789\r\n"
+                  b"Content-Type: text/plain\r\n\r\nA large attachment.\r\n--=_scale_bench_0123456789\r\n"
                   b"Content-Type: application/octet-stream\r\nContent-Transfer-Encoding: base64\r\n"
                   b"Content-Disposition: attachment; filename=\"big.bin\"\r\n\r\n")
         for _ in range(attachment_bytes // len(chunk)):
             out.write(base64.encodebytes(chunk).replace(b"\n", b"\r\n"))
-        out.write(b"--b--\r\n")
+        out.write(b"--=_scale_bench_0123456789--\r\n")
 
 
 def bench_big(build, work):
