@@ -233,6 +233,36 @@ TEST(BkMimeBuildTest, AppendToTextTurnsTheOldBodyIntoTheFirstPart) {
     EXPECT_FALSE(mime.AppendPart(nullptr));
 }
 
+TEST_F(BkMimeFileTest, AppendedCopyOfAnUnclosedPartKeepsItsBodyAsParsed) {
+    // The copy goes through the written text, which closes every multipart:
+    // the re-parse must lose nothing beyond what the first parse took.
+    BkMime source;
+    ASSERT_TRUE(load(source,
+                     "Content-Type: multipart/mixed; boundary=\"o\"\r\n\r\n--o\r\n"
+                     "Content-Type: multipart/related; boundary=\"i\"\r\n\r\n--i\r\n"
+                     "Content-Type: application/octet-stream\r\n"
+                     "Content-Transfer-Encoding: base64\r\n\r\nQUJDREVGR0hJ\r\n"));
+    std::unique_ptr<BkMime> inner(source.GetPart(0));
+    ASSERT_TRUE(inner);
+    std::unique_ptr<BkMime> leaf(inner->GetPart(0));
+    ASSERT_TRUE(leaf);
+    BkMime target;
+    target.SetContentType("multipart/mixed");
+    target.SetBoundary("t");
+    ASSERT_TRUE(target.AppendPart(inner.get()));
+    std::unique_ptr<BkMime> copy(target.GetPart(0));
+    ASSERT_TRUE(copy);
+    std::unique_ptr<BkMime> copiedLeaf(copy->GetPart(0));
+    ASSERT_TRUE(copiedLeaf);
+    const auto bytesOf = [](BkMime& mime) {
+        BkString text;
+        mime.GetBodyDecoded(text);
+        return std::string(text.getUtf8());
+    };
+    EXPECT_EQ(bytesOf(*leaf), "ABCDEFG") << "the inner level took \"hJ\" for a line end";
+    EXPECT_EQ(bytesOf(*copiedLeaf), bytesOf(*leaf));
+}
+
 TEST_F(BkMimeFileTest, ChildThatConvertsLeavesItsOldTree) {
     BkMime root;
     ASSERT_TRUE(load(root, kTwoParts));

@@ -113,6 +113,14 @@ TEST(MimeMessage2Multipart, DelimitersClosersAndWhatLiesAroundThem) {
     EXPECT_EQ(node->numParts(), 0);
     EXPECT_EQ(body(*node), "--\r\n\r\nx\r\n") << "no boundary: a leaf";
 
+    // Nested unclosed multiparts: each level takes the last two bytes of its
+    // body for a line end, so the inner levels eat text (kept on purpose).
+    node = parse(multipart("o", "--o\r\nContent-Type: multipart/mixed; boundary=\"i\"\r\n\r\n"
+                                "--i\r\nContent-Type: text/plain\r\n\r\nabcdef\r\n"));
+    ASSERT_EQ(node->numParts(), 1);
+    ASSERT_EQ(node->getPart(0)->numParts(), 1);
+    EXPECT_EQ(body(*node->getPart(0)->getPart(0)), "abcd");
+
     node = parse(multipart("b", "no delimiter \xE4 here"));
     EXPECT_EQ(node->numParts(), 0);
     EXPECT_EQ(body(*node), "no delimiter \xC3\xA4 here") << "stored as text, converted";
