@@ -262,11 +262,14 @@ class Service:
         return proc
 
     def kill(self, proc, sig=signal.SIGKILL):
-        """SIGKILL goes to the whole group: a traced service outlives its strace."""
+        """SIGKILL goes to the whole group: a traced service outlives its strace.
+        Only while the leader is unreaped, so that its group id cannot be reused."""
+        if proc.poll() is not None:
+            return
         try:
             if sig == signal.SIGKILL:
                 os.killpg(proc.pid, sig)
-            elif proc.poll() is None:
+            else:
                 os.kill(proc.pid, sig)
         except ProcessLookupError:
             pass

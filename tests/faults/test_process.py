@@ -52,6 +52,27 @@ class Limits(FaultTest):
         self.assertAlive(service, proc)
 
 
+    def test_with_no_descriptor_left_a_file_waits_and_goes_when_one_is_free(self):
+        service = Service(self)
+        peer = Peer(self, service.path("mail"))
+        proc = service.start()
+        self.assertTrue(service.wait_first_pass())
+        time.sleep(1.5)
+        before = open_descriptors(proc.pid)
+        soft, hard = resource.prlimit(proc.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(proc.pid, resource.RLIMIT_NOFILE, (before, hard))
+        service.submit("waits.nvq", peer.port)
+        time.sleep(4)  # a few passes in which nothing can be opened
+        self.assertEqual(service.pickup(), [b"waits.nvq"], "a load that cannot open the file fails")
+        self.assertEqual(peer.count(), 0)
+        self.assertAlive(service, proc)
+        resource.prlimit(proc.pid, resource.RLIMIT_NOFILE, (soft, hard))
+        self.assertTrue(wait_for(lambda: "waits" in peer.subjects(), 30))
+        self.assertTrue(wait_for(lambda: "waits.hst" in service.listing("sent"), 10))
+        time.sleep(1.5)
+        self.assertEqual(open_descriptors(proc.pid), before)
+
+
 class ServiceManager(FaultTest):
     def test_a_removed_notify_socket_is_ignored(self):
         service = Service(self)
