@@ -55,6 +55,8 @@ RULES = {
     'second blank line': 'a part that begins with a blank line: up to two CR LF pairs are skipped before the body',
     'python-multipart-fallback': 'multipart without usable boundary or delimiter: we keep the type, Python reads text/plain',
     'type ends at blank': 'media type ends at the first blank (Python reads on to ";")',
+    'headerless multipart': 'a file that begins with a delimiter line is read as multipart/mixed with that boundary',
+    'bare LF before delimiter': 'the two bytes before a delimiter are taken for CR LF even where the line ends in a bare LF',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
 
@@ -293,6 +295,12 @@ def text_class(ours_bytes, part, raw, node):
             pass
     if only_replacements(ours, theirs):
         return 'replacement'
+    if qp_text_breaks(ours_bytes.decode('utf-8', 'surrogateescape'), part, node):
+        return 'qp line breaks'
+    if bare_lf_cut(ours, theirs, part, node):
+        return 'bare LF before delimiter'
+    if headerless(part) and ours in theirs:
+        return 'headerless multipart'
     if theirs.startswith('\n') and theirs[1:] == ours and not node['content_type']:
         return 'second blank line'
     if unclosed_text(ours, theirs, node):
@@ -330,11 +338,42 @@ def decoded(raw, codec):
         return None
 
 
+def bare_lf_cut(ours, theirs, part, node):
+    """We lost the last character and the bare LF behind it, which Python drops itself."""
+    encoded = encoded_payload(part)
+    return bool(theirs) and ours == theirs[:-1] and encoded + b'\n' in node['file'] and \
+        encoded + b'\r\n' not in node['file']
+
+
+def headerless(part):
+    """Python's root without header fields, over a file that starts with a delimiter."""
+    root = part
+    return not root.keys() and root.get_payload(decode=False).lstrip(' \t\r\n').startswith('--')
+
+
 def unclosed_text(ours, theirs, node):
-    theirs = theirs.replace('\n', '\r\n').rstrip('\r\n')
     ours = ours.replace('\n', '\r\n')
     depth = node['path'].count('.') + 1
-    return any(ours == theirs[:len(theirs) - 2 * cut] for cut in range(1, depth + 1))
+    for text in (theirs, theirs.replace('\n', '\r\n'), theirs.replace('\n', '\r\n').rstrip('\r\n')):
+        if any(ours == text[:len(text) - 2 * cut] for cut in range(1, depth + 1)):
+            return True
+    return False
+
+
+def qp_text_breaks(ours, part, node):
+    """Hard line breaks as CR LF on our side, LF on Python's; the rest the same."""
+    if node['encoding'].strip().lower() != 'quoted-printable':
+        return False
+    try:
+        theirs = part.get_content()
+        codec = (part.get_param('charset') or 'us-ascii')
+        for text in (encoded_payload(part), to_crlf(encoded_payload(part))):
+            if ours == our_quoted_printable(text).decode(codec, 'replace') and \
+                    theirs == our_quoted_printable(text, b'\n').decode(codec, 'replace'):
+                return True
+    except (LookupError, KeyError, ValueError):
+        pass
+    return False
 
 
 def peer_charset_class(ours, theirs, raw, declared, node):
@@ -361,7 +400,10 @@ def check_message(nodes, path, counts, failures):
         failures.append((path, '', 'tool failed'))
         return
     with open(path, 'rb') as f:
-        message = email.message_from_binary_file(f, policy=email.policy.default)
+        data = f.read()
+    message = email.message_from_bytes(data, policy=email.policy.default)
+    for node in nodes:
+        node['file'] = data
     ours = [n for n in nodes if n['parts'] == 0 and n['path'] != '.' or len(nodes) == 1]
     theirs = py_leaves(message)
     boundaries = [p.get_boundary().encode('utf-8', 'surrogateescape')
