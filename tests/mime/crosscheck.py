@@ -16,9 +16,11 @@ import collections
 import concurrent.futures
 import difflib
 import email
+import email.header
 import email.policy
 import json
 import os
+import re
 import subprocess
 import sys
 
@@ -57,6 +59,10 @@ RULES = {
     'type ends at blank': 'media type ends at the first blank (Python reads on to ";")',
     'headerless multipart': 'a file that begins with a delimiter line is read as multipart/mixed with that boundary',
     'bare LF before delimiter': 'the two bytes before a delimiter are taken for CR LF even where the line ends in a bare LF',
+    'decoded before parameters': 'encoded words decoded in the whole field before its parameters are read (Python: not in an unquoted value)',
+    'blanks removed in parameters': 'blanks and tabs of an unquoted parameter value are removed',
+    'python-tspecial': 'Python ends an unquoted parameter value at a special character such as "/"',
+    'header ANSI code page': 'raw 8-bit header without a C2/C3 pair or a charset name: read in the ANSI code page 1252',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
 
@@ -395,6 +401,47 @@ def peer_charset_class(ours, theirs, raw, declared, node):
     return None
 
 
+def raw_param(part, field, name):
+    """The parameter as it stands in the raw field, quotes taken off."""
+    for key, value in part._headers:
+        if key.lower() != field:
+            continue
+        text = str(value).encode('ascii', 'surrogateescape')
+        text = re.sub(rb'\r?\n[ \t]', b' ', text)
+        found = re.search(rb'(?i)(?:^|;)\s*' + name.encode() + rb'\s*=\s*("[^"]*"|[^;]*)', text)
+        if found:
+            return found.group(1).strip().strip(b'"')
+    return None
+
+
+def filename_class(node, part, py_name):
+    ours = node['filename']
+    if header_cut(node, part) or has_defect(part, 'MissingHeaderBodySeparatorDefect') and \
+            not py_name and ours.encode() in encoded_payload(part):
+        return 'python-header-cut'
+    raw = raw_param(part, 'content-disposition', 'filename')
+    if raw is None:
+        return None
+    text = raw.decode('latin-1')
+    no_blanks = lambda value: value.replace(' ', '').replace('\t', '')
+    if b'=?' in raw:
+        try:
+            decoded = str(email.header.make_header(email.header.decode_header(text)))
+        except Exception:
+            decoded = None
+        if decoded is not None and ours in (decoded, no_blanks(decoded)):
+            return 'decoded before parameters'
+    if any(byte >= 0x80 for byte in raw) and b'\xc2' not in raw and b'\xc3' not in raw and \
+            ours == raw.decode('cp1252', 'ignore'):
+        return 'header ANSI code page'
+    if ours == no_blanks(text) and ours != text and py_name == text.split()[0]:
+        return 'blanks removed in parameters'
+    if ours == text and py_name and text.startswith(py_name) and \
+            text[len(py_name)] in '()<>@,;:\\"/[]?=':
+        return 'python-tspecial'
+    return None
+
+
 def check_message(nodes, path, counts, failures):
     if nodes is None:
         failures.append((path, '', 'tool failed'))
@@ -434,6 +481,8 @@ def check_message(nodes, path, counts, failures):
         if node['filename'] != py_name:
             if node['filename'] == '' and py_name == (part.get_param('name') or py_name):
                 counts['name-as-filename'] += 1
+            elif filename_class(node, part, py_name):
+                counts[filename_class(node, part, py_name)] += 1
             else:
                 failures.append((path, where, 'file name %r vs %r' % (node['filename'], py_name)))
         raw = raw_bytes(part)
