@@ -523,6 +523,11 @@ def compare(nodes, data, path, counts, failures):
                 counts['no-type'] += 1
             elif '/' not in node['content_type'] and part['content-type'] is not None:
                 counts['bad-type'] += 1
+            elif has_defect(part, 'MissingHeaderBodySeparatorDefect') and \
+                    part['content-type'] is None and node['content_type'] and \
+                    re.search(rb'(?im)^content-type:\s*' + re.escape(node['content_type'].encode()),
+                              encoded_payload(part)):
+                counts['python-header-cut'] += 1
             elif node['content_type'].startswith('multipart/') and node['parts'] == 0 and \
                     py_type == 'text/plain' and \
                     str(part['content-type']).strip().lower().startswith(node['content_type']):
