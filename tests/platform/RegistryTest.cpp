@@ -7,6 +7,7 @@
 #include "support/TestPaths.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <string>
@@ -114,6 +115,14 @@ TEST(Registry, CreateAndSetWriteAFileThatReadsBack) {
     RegistryValue value;
     ASSERT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, key, "QueueServer", value, true));
     EXPECT_EQ("c:\\a \"b\"", Text(value));
+
+    // Writing back what is there already leaves the file alone (a rewrite is a
+    // rename, which gives the file a new inode).
+    struct stat before {}, after {};
+    ASSERT_EQ(0, ::stat(reg.path().c_str(), &before));
+    ASSERT_EQ(0u, SetRegistryDword(HKEY_LOCAL_MACHINE, key, "Level", 7, true));
+    ASSERT_EQ(0, ::stat(reg.path().c_str(), &after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
 }
 
 TEST(Registry, RewriteKeepsUnreadableLinesAndLineEnds) {

@@ -309,7 +309,8 @@ int OpenLocked(const std::string& path, bool create, uint32_t& error) {
 
 using Change = std::function<uint32_t(Document&)>;
 
-// Applies `change` to the file under the lock and writes the result back.
+// Applies `change` to the file under the lock and writes the result back when
+// it differs.
 uint32_t Modify(const Change& change) {
     const std::string path = RegistryFilePath();
     std::lock_guard<std::mutex> guard(g_writeMutex);
@@ -329,7 +330,12 @@ uint32_t Modify(const Change& change) {
     }
     Document doc = Parse(text);
     uint32_t result = doc.parsed ? change(doc) : kErrorBadDatabase;
-    if (result == 0) result = posix::ReplaceFileAtomically(path, Serialize(doc), st.st_mode);
+    if (result == 0) {
+        // Settings are written back at every read: a file that would come out
+        // the same is left alone, neither rewritten nor flushed.
+        const std::string updated = Serialize(doc);
+        if (updated != text) result = posix::ReplaceFileAtomically(path, updated, st.st_mode);
+    }
     ::close(fd);  // releases the lock
     return result;
 }
