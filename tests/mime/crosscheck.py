@@ -65,6 +65,8 @@ RULES = {
     'header ANSI code page': 'raw 8-bit header without a C2/C3 pair or a charset name: read in the ANSI code page 1252',
     'later parameter wins': 'a parameter given twice: the later wins (messages; Python takes the first)',
     'later Content-Type wins': 'two Content-Type fields: the later wins unless it is the last field (messages)',
+    'nesting limit': 'multiparts nested deeper than 100 levels: the innermost is kept whole as a leaf',
+    'empty part': 'a part of fewer than 5 bytes between two delimiters makes no node (Python: an empty text part)',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
 
@@ -480,6 +482,9 @@ REREADS = [
 ]
 
 
+MAX_NESTING = 100  # MimeMessage2::kMaxNestingDepth
+
+
 def check_message(nodes, path, counts, failures):
     if nodes is None:
         failures.append((path, '', 'tool failed'))
@@ -523,6 +528,13 @@ def compare(nodes, data, path, counts, failures):
                 counts['no-type'] += 1
             elif '/' not in node['content_type'] and part['content-type'] is not None:
                 counts['bad-type'] += 1
+            elif node['content_type'].startswith('multipart/') and \
+                    node['path'].count('.') + 1 >= MAX_NESTING:
+                counts['nesting limit'] += 1
+                continue
+            elif node['content_type'].startswith('multipart/') and node['parts'] == 0 and \
+                    not part.keys() and not encoded_payload(part).strip():
+                counts['empty part'] += 1
             elif has_defect(part, 'MissingHeaderBodySeparatorDefect') and \
                     part['content-type'] is None and node['content_type'] and \
                     re.search(rb'(?im)^content-type:\s*' + re.escape(node['content_type'].encode()),
