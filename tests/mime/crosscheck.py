@@ -51,7 +51,8 @@ RULES = {
     'jis-table': 'JIS X 0208 read with the Windows table (U+FF5E, U+FF0D, U+2225 ...; Python: the JIS table)',
     'gbk-superset': 'gb2312 declared, read as its superset GBK (code page 936); Python stops at GBK-only bytes',
     'python-no-codec': 'a charset Python has no codec for under this name; checked with its codec under another name',
-    'unknown-charset-latin1': 'a charset name we do not know: 8-bit text read as iso-8859-1',
+    'unknown-charset-latin1': 'a charset name we do not know: 8-bit text read as iso-8859-1 (C1 bytes dropped by our table)',
+    'gb18030 as GBK': 'gb18030 read as GBK (code page 936): its four-byte sequences are not mapped',
     'bom-dropped': 'UTF-16 byte order mark dropped in the conversion (Python keeps U+FEFF)',
     'bare-cr': 'a lone CR stays in the text; Python reads it as a line end',
     'second blank line': 'a part that begins with a blank line: up to two CR LF pairs are skipped before the body',
@@ -392,11 +393,12 @@ def peer_charset_class(ours, theirs, raw, declared, node):
         return 'c1-dropped'
     if declared in ('iso-2022-jp', 'shift_jis', 'euc-jp') and ours == theirs.translate(JIS_PAIRS):
         return 'jis-table'
-    if declared == 'gb2312' and ours == decoded(raw, 'gbk').replace('\ufffd', ''):
-        return 'gbk-superset'
+    if declared in ('gb2312', 'gb18030') and ours == decoded(raw, 'gbk').replace('\ufffd', ''):
+        return 'gbk-superset' if declared == 'gb2312' else 'gb18030 as GBK'
     if declared in PYTHON_CODEC and ours == decoded(raw, PYTHON_CODEC[declared]):
         return 'python-no-codec'
-    if declared and not node['charset'] and ours == lf(raw.decode('latin-1')):
+    if declared and not node['charset'] and \
+            ours == ''.join(c for c in lf(raw.decode('latin-1')) if not '\x80' <= c <= '\x9f'):
         return 'unknown-charset-latin1'
     if theirs.startswith('\ufeff') and ours == theirs[1:]:
         return 'bom-dropped'
