@@ -476,11 +476,27 @@ def drop_earlier_content_type(data):
     return None
 
 
+def drop_header_lines_without_colon(data):
+    """Lines of the message header that hold no colon go, as ours drops them."""
+    lines = data.split(b'\n')
+    kept = []
+    for number, line in enumerate(lines):
+        if line.strip(b'\r') == b'':
+            kept.extend(lines[number:])
+            break
+        # A name with blanks is no field name to Python; ours keeps it as a
+        # field that nothing looks up.
+        if line[:1] in (b' ', b'\t') or b':' in line and not re.search(rb'[ \t]', line.split(b':')[0]):
+            kept.append(line)
+    return b'\n'.join(kept) if len(kept) != len(lines) else None
+
+
 # Differences of tree shape that a rule of ours explains: Python reads the
 # message again with the rule applied by hand, and then every leaf must agree.
 REREADS = [
     ('later parameter wins', drop_first_duplicate_boundary),
     ('later Content-Type wins', drop_earlier_content_type),
+    ('python-header-cut', drop_header_lines_without_colon),
 ]
 
 
