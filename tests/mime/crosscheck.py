@@ -62,6 +62,7 @@ RULES = {
     'bare LF before delimiter': 'the two bytes before a delimiter are taken for CR LF even where the line ends in a bare LF',
     'decoded before parameters': 'encoded words decoded in the whole field before its parameters are read (Python: not in an unquoted value)',
     'blanks removed in parameters': 'blanks and tabs of an unquoted parameter value are removed',
+    'quoted string ends at a line end': 'a quoted parameter value ends at a CR or LF in its decoded text',
     'python-tspecial': 'Python ends an unquoted parameter value at a special character such as "/"',
     'header ANSI code page': 'raw 8-bit header without a C2/C3 pair or a charset name: read in the ANSI code page 1252',
     'later parameter wins': 'a parameter given twice: the later wins (messages; Python takes the first)',
@@ -420,6 +421,20 @@ def raw_param(part, field, name):
     return None
 
 
+def decode_words(text):
+    """Encoded words decoded, a language suffix taken off the charset, backslashes kept."""
+    pieces = []
+    for chunk, charset in email.header.decode_header(text):
+        if isinstance(chunk, str):
+            pieces.append(chunk)
+            continue
+        try:
+            pieces.append(chunk.decode((charset or 'latin-1').split('*')[0], 'replace'))
+        except LookupError:
+            pieces.append(chunk.decode('latin-1'))
+    return ''.join(pieces)
+
+
 def filename_class(node, part, py_name):
     ours = node['filename']
     if header_cut(node, part) or has_defect(part, 'MissingHeaderBodySeparatorDefect') and \
@@ -431,12 +446,11 @@ def filename_class(node, part, py_name):
     text = raw.decode('latin-1')
     no_blanks = lambda value: value.replace(' ', '').replace('\t', '')
     if b'=?' in raw:
-        try:
-            decoded = str(email.header.make_header(email.header.decode_header(text)))
-        except Exception:
-            decoded = None
-        if decoded is not None and ours in (decoded, no_blanks(decoded)):
+        decoded = decode_words(text)
+        if ours in (decoded, no_blanks(decoded)):
             return 'decoded before parameters'
+        if ours == re.split('[\r\n]', decoded)[0] != decoded:
+            return 'quoted string ends at a line end'
     if any(byte >= 0x80 for byte in raw) and b'\xc2' not in raw and b'\xc3' not in raw and \
             ours == raw.decode('cp1252', 'ignore'):
         return 'header ANSI code page'
