@@ -63,7 +63,7 @@ RULES = {
     'decoded before parameters': 'encoded words decoded in the whole field before its parameters are read (Python: not in an unquoted value)',
     'blanks removed in parameters': 'blanks and tabs of an unquoted parameter value are removed',
     'quoted string ends at a line end': 'a quoted parameter value ends at a CR or LF in its decoded text',
-    'python-tspecial': 'Python ends an unquoted parameter value at a special character such as "/"',
+    'python-tspecial': 'Python ends an unquoted parameter value at a special character such as "/" or "="',
     'header ANSI code page': 'raw 8-bit header without a C2/C3 pair or a charset name: read in the ANSI code page 1252',
     'later parameter wins': 'a parameter given twice: the later wins (messages; Python takes the first)',
     'later Content-Type wins': 'two Content-Type fields: the later wins unless it is the last field (messages)',
@@ -505,12 +505,20 @@ def drop_header_lines_without_colon(data):
     return b'\n'.join(kept) if len(kept) != len(lines) else None
 
 
+def quote_unquoted_boundary(data):
+    """An unquoted boundary with special characters gets quotes, as ours reads it whole."""
+    changed = re.sub(rb'(?i)(boundary\s*=\s*)([^"\s;]*[()<>@,:\\/\[\]?=][^"\s;]*)',
+                     rb'\1"\2"', data)
+    return changed if changed != data else None
+
+
 # Differences of tree shape that a rule of ours explains: Python reads the
 # message again with the rule applied by hand, and then every leaf must agree.
 REREADS = [
     ('later parameter wins', drop_first_duplicate_boundary),
     ('later Content-Type wins', drop_earlier_content_type),
     ('python-header-cut', drop_header_lines_without_colon),
+    ('python-tspecial', quote_unquoted_boundary),
 ]
 
 
