@@ -115,8 +115,9 @@ TEST(MimeMessage2Multipart, DelimitersClosersAndWhatLiesAroundThem) {
 
     // Nested unclosed multiparts: each level takes the last two bytes of its
     // body for a line end, so the inner levels eat text (kept on purpose).
-    node = parse(multipart("o", "--o\r\nContent-Type: multipart/mixed; boundary=\"i\"\r\n\r\n"
-                                "--i\r\nContent-Type: text/plain\r\n\r\nabcdef\r\n"));
+    node = parse(multipart("o",
+                           "--o\r\nContent-Type: multipart/mixed; boundary=\"i\"\r\n\r\n"
+                           "--i\r\nContent-Type: text/plain\r\n\r\nabcdef\r\n"));
     ASSERT_EQ(node->numParts(), 1);
     ASSERT_EQ(node->getPart(0)->numParts(), 1);
     EXPECT_EQ(body(*node->getPart(0)->getPart(0)), "abcd");

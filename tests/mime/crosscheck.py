@@ -8,7 +8,10 @@ stored: UTF-8 for text, the decoded bytes otherwise). Python reads the same
 file with policy.default. Leaves are paired in order where both trees have the
 same number of leaves. Leaves must agree on content type, file name and
 bytes or text, or differ in a way that a rule of our engine prescribes; each
-such class is checked as such, never assumed. Every leaf that no rule explains
+such class is checked as such, never assumed: the byte and text rules rebuild
+what our reading gives (our tolerant base64 and quoted-printable are modelled
+here), and the tree rules (REREADS) have Python read the message again with
+our rule applied by hand, after which every leaf must agree. Every leaf that no rule explains
 is named; the exit status is 1 when there are more of them than
 --max-unexplained allows (0 by default), so that the count can only go down.
 """
