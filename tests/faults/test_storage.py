@@ -46,7 +46,8 @@ class ArchiveFolder(FaultTest):
         self.assertAlive(service, proc)
         self.assertEqual(peer.subjects(), ["into a full folder"])
         self.assertEqual(sorted(os.listdir(self.inside(proc, sent))), ["fill"], "no partial copy left")
-        self.assertEqual(service.events().count(HELD_EVENT), 2, service.events())
+        # The event follows the rename that assertHeld saw.
+        self.assertTrue(wait_for(lambda: service.events().count(HELD_EVENT) == 2, 10), service.events())
         time.sleep(2.5)  # a held file is no queue file: never sent again
         self.assertEqual(peer.count(), 1)
 
@@ -81,8 +82,9 @@ class ArchiveFolder(FaultTest):
         self.assertEqual(service.listing("sent"), [], "no copy published after a failed flush")
         self.assertEqual(peer.count(), 1)
         # The rename to ".held" took effect although the folder flush after it failed.
-        self.assertIn(HELD_EVENT + " A queue file could not be archived and was kept as " +
-                      service.path("pickup/good.held"), service.events())
+        held = HELD_EVENT + " A queue file could not be archived and was kept as " + \
+            service.path("pickup/good.held")
+        self.assertTrue(wait_for(lambda: held in service.events(), 10), service.events())
 
 
     def test_a_failing_folder_flush_keeps_every_copy_made_and_holds_the_file(self):
