@@ -33,8 +33,11 @@ BkMime::~BkMime() {
 
 brelkin::LogBase& BkMime::getLog() { return m_impl->getLog(); }
 
+// A path goes to the file system as the bytes it came from: POSIX names
+// have no code page, so the ANSI-to-UTF-8 step of the Windows road would
+// turn any name with bytes above 127 into one that does not exist.
 bool BkMime::LoadMimeFile(const char* path) {
-    return m_impl->loadMimeFile(Utf8Arg(path, m_utf8).get());
+    return m_impl->loadMimeFile(path);
 }
 
 bool BkMime::GetHeaderField(const char* name, BkString& out) {

@@ -9,7 +9,7 @@
 //
 // Input:       zero-terminated texts in the system's ANSI code page (UTF-8
 //              with m_utf8, which this system never sets); null texts are
-//              taken as empty.
+//              taken as empty. File paths are the file system's bytes.
 // Diagnostics: bool or null results; the reasons go to the handle's log, one
 //              context per operation, cleared by the next operation.
 // Limits:      the zero-terminated forms (header, getMime, ...) return a

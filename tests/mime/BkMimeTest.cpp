@@ -166,6 +166,16 @@ TEST_F(BkMimeFileTest, EmptyFileLoadsAndMissingFileKeepsTheOldTree) {
     EXPECT_EQ(str(mime.contentType()), "");
 }
 
+// A directory listing gives names as the file system's bytes; a name with
+// bytes above 127 must open as listed, not after a code page conversion.
+TEST_F(BkMimeFileTest, FileNamesAreTheFileSystemsBytes) {
+    BkMime mime;
+    const std::string path = dir_.file("caf\xC3\xA9 \xE9.eml");
+    ASSERT_TRUE(testsupport::WriteFile(path, kTwoParts));
+    EXPECT_TRUE(mime.LoadMimeFile(path.c_str()));
+    EXPECT_EQ(mime.NumParts(), 2);
+}
+
 // ---- text rules ----
 
 TEST_F(BkMimeFileTest, DecodedTextBodyHasBlanksForZeroBytes) {
