@@ -66,8 +66,9 @@ class OddEntries(FaultTest):
         service = Service(self)
         peer = Peer(self, service.path("mail"))
         long_name = "n" * 251 + ".nvq"  # 255 bytes, the most a name may have
-        names = {"with blank.nvq": "blank", long_name: "long",
-                 "-dash.nvq": "dash", "taken.nvq": "taken"}
+        names = {"with blank.nvq": "blank", long_name: "long", "-dash.nvq": "dash",
+                 "taken.nvq": "taken", "caf\u00e9.nvq": "utf-8 name",
+                 "\udce9t\udce9.nvq": "name not in utf-8"}  # the bytes e9 74 e9
         for name, subject in names.items():
             service.drop(name, queue_text(peer.port, subject))
         with open(service.path("sent/taken.hst"), "wb") as f:
@@ -75,10 +76,10 @@ class OddEntries(FaultTest):
         proc = service.start()
 
         self.assertTrue(wait_for(lambda: service.pickup() == [], 60), service.pickup())
-        self.assertTrue(wait_for(lambda: len(service.log_lines()) == 4, 10), service.log_lines())
+        self.assertTrue(wait_for(lambda: len(service.log_lines()) == len(names), 10), service.log_lines())
         self.assertEqual(sorted(peer.subjects()), sorted(names.values()))
         sent = set(os.listdir(os.fsencode(service.path("sent"))))
-        for name in ("with blank.hst", "-dash.hst", "n" * 251 + ".hst"):
+        for name in ("with blank.hst", "-dash.hst", "n" * 251 + ".hst", "caf\u00e9.hst", "\udce9t\udce9.hst"):
             self.assertIn(os.fsencode(name), sent)
         self.assertEqual(service.read(service.path("sent/taken.hst")), b"an earlier copy\r\n")
         stored = service.result_line("taken").split("|")[3]
