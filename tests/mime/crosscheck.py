@@ -15,6 +15,7 @@ our rule applied by hand, after which every leaf must agree. Every leaf that no 
 is named; the exit status is 1 when there are more of them than
 --max-unexplained allows (0 by default), so that the count can only go down.
 """
+import codecs
 import collections
 import concurrent.futures
 import difflib
@@ -55,6 +56,9 @@ RULES = {
     'gbk-superset': 'gb2312 declared, read as its superset GBK (code page 936); Python stops at GBK-only bytes',
     'python-no-codec': 'a charset Python has no codec for under this name; checked with its codec under another name',
     'unknown-charset-latin1': 'a charset name we do not know: 8-bit text read as iso-8859-1 (C1 bytes dropped by our table)',
+    'gbk-superset, unclosed nesting': 'gb2312 read as GBK, in unclosed multiparts that each take two bytes for a line end',
+    'cp936 euro': 'code page 936 reads the single byte 0x80 as the euro sign (Python: not mapped); unmapped bytes dropped',
+    'jis via shift-jis': 'iso-2022-jp without escapes goes through Shift-JIS: its 8-bit bytes read with code page 932 (half-width katakana, user area)',
     'gb18030 as GBK': 'gb18030 read as GBK (code page 936): its four-byte sequences are not mapped',
     'bom-dropped': 'UTF-16 byte order mark dropped in the conversion (Python keeps U+FEFF)',
     'bare-cr': 'a lone CR stays in the text; Python reads it as a line end',
@@ -72,6 +76,7 @@ RULES = {
     'later Content-Type wins': 'two Content-Type fields: the later wins unless it is the last field (messages)',
     'nesting limit': 'multiparts nested deeper than 100 levels: the innermost is kept whole as a leaf',
     'empty part': 'a part of fewer than 5 bytes between two delimiters makes no node (Python: an empty text part)',
+    'parts cut as ours': 'read again with every multipart cut as ours cuts it: the boundary and its line end found without the dashes, a padded line no delimiter, parts under 5 bytes dropped',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
 
@@ -208,6 +213,10 @@ def header_cut(node, part):
 def header_cut_text(node, part):
     if not has_defect(part, 'MissingHeaderBodySeparatorDefect'):
         return False
+    rest = to_crlf(after_blank_line(encoded_payload(part)))
+    if node['encoding'].strip().lower() == 'quoted-printable' and \
+            node['bytes'] == our_quoted_printable(rest):
+        return True
     ours = lf(node['bytes'].decode('utf-8', 'surrogateescape'))
     try:
         theirs = lf(part.get_content())
@@ -343,6 +352,20 @@ def text_class(ours_bytes, part, raw, node):
 JIS_PAIRS = str.maketrans({'\u301c': '\uff5e', '\u2212': '\uff0d', '\u2016': '\u2225',
                            '\u00a2': '\uffe0', '\u00a3': '\uffe1', '\u00ac': '\uffe2',
                            '\u2014': '\u2015'})
+codecs.register_error('cp936-euro', lambda error: (
+    '\u20ac' if error.object[error.start:error.end] == b'\x80' else '', error.end))
+
+
+def cp932_user_area(error):
+    """Lead bytes F0-F9 are the user area, U+E000 on; other unmapped bytes drop one by one."""
+    pair = error.object[error.start:error.start + 2]
+    if len(pair) == 2 and 0xF0 <= pair[0] <= 0xF9 and 0x40 <= pair[1] <= 0xFC and pair[1] != 0x7F:
+        index = (pair[0] - 0xF0) * 188 + pair[1] - 0x40 - (pair[1] >= 0x80)
+        return chr(0xE000 + index), error.start + 2
+    return '', error.start + 1
+
+
+codecs.register_error('cp932-user-area', cp932_user_area)
 PYTHON_CODEC = {'windows-874': 'cp874', 'x-mac-cyrillic': 'mac_cyrillic'}
 
 
@@ -397,8 +420,17 @@ def peer_charset_class(ours, theirs, raw, declared, node):
         return 'c1-dropped'
     if declared in ('iso-2022-jp', 'shift_jis', 'euc-jp') and ours == theirs.translate(JIS_PAIRS):
         return 'jis-table'
-    if declared in ('gb2312', 'gb18030') and ours == decoded(raw, 'gbk').replace('\ufffd', ''):
-        return 'gbk-superset' if declared == 'gb2312' else 'gb18030 as GBK'
+    if declared in ('gb2312', 'gb18030'):
+        gbk = decoded(raw, 'gbk').replace('\ufffd', '')
+        if ours == gbk:
+            return 'gbk-superset' if declared == 'gb2312' else 'gb18030 as GBK'
+        if unclosed_text(ours, gbk, node):
+            return 'gbk-superset, unclosed nesting'
+        if ours == lf(raw.decode('gbk', 'cp936-euro')):
+            return 'cp936 euro'
+    if declared == 'iso-2022-jp' and b'\x1b' not in raw and \
+            ours == lf(raw.decode('cp932', 'cp932-user-area')):
+        return 'jis via shift-jis'
     if declared in PYTHON_CODEC and ours == decoded(raw, PYTHON_CODEC[declared]):
         return 'python-no-codec'
     if declared and not node['charset'] and \
@@ -515,6 +547,76 @@ def quote_unquoted_boundary(data):
     return changed if changed != data else None
 
 
+def our_parts(body, boundary):
+    """The parts our multipart road cuts: the boundary with its line end is
+    searched without the dashes, the closer only once no delimiter is left."""
+    delimiter, bare = boundary + b'\r\n', False
+    found = body.find(delimiter)
+    if found < 0:
+        found = body.find(boundary + b'\n')
+        delimiter, bare = (boundary + b'\n', True) if found >= 0 else (delimiter, False)
+    if found < 0:
+        return None
+    start, parts, cut = found + len(boundary), [], 1 if bare else 2
+    while True:
+        following = body.find(delimiter, start)
+        last = False
+        if following < 0:
+            following = body.find(boundary + b'--', start)
+            last = following >= 0
+        if following >= 0:
+            span, end = following - start - cut, following - 2 * cut
+        else:
+            span, end = len(body) - start, len(body) - cut
+        if span >= 5:
+            parts.append(body[start + cut:end])
+        if last or following < 0:
+            return parts
+        start = following + len(boundary)
+
+
+def header_and_body(data):
+    found = re.search(rb'\r?\n\r?\n', data)
+    return (data[:found.start()], data[found.end():]) if found else (data, b'')
+
+
+def resplit(data, depth=0):
+    """The message with each multipart cut by our rule and joined again with a
+    fresh boundary that Python cannot find anywhere else."""
+    data = drop_header_lines_without_colon(data) or data
+    header, body = header_and_body(data)
+    field = re.search(rb'(?im)^content-type:[ \t]*((?:.*)(?:\r?\n[ \t].*)*)', header)
+    if not field or depth > 50:
+        return data
+    value = re.sub(rb'\r?\n', b'', field.group(1))
+    media = re.split(rb'[ \t;]', value, 1)[0].lower()
+    boundary = re.search(rb'(?i)boundary\s*=\s*("[^"]*"|[^;\s]*)', value)
+    if not media.startswith(b'multipart/') or not boundary or not boundary.group(1).strip(b'"'):
+        return data
+    boundary = boundary.group(1).strip(b'"')
+    parts = our_parts(body, boundary)
+    if parts is None:
+        return data
+    fresh = b'=_resplit_%d_=' % depth
+    lines = header.split(b'\n')
+    kept, skipping = [], False
+    for line in lines:
+        if line[:1] in (b' ', b'\t') and skipping:
+            continue
+        skipping = line.lower().startswith(b'content-type:')
+        if not skipping:
+            kept.append(line)
+    kept.append(b'Content-Type: %s; boundary="%s"' % (media, fresh))
+    joined = b''.join(b'\r\n--' + fresh + b'\r\n' + resplit(part, depth + 1) for part in parts)
+    return b'\n'.join(kept) + b'\r\n\r\n' + joined + b'\r\n--' + fresh + b'--\r\n'
+
+
+def split_ours(data):
+    # Bare LF line ends are repaired before anything is cut.
+    changed = resplit(to_crlf(data) if re.search(rb'(?<!\r)\n', data) else data)
+    return changed if changed != data else None
+
+
 # Differences of tree shape that a rule of ours explains: Python reads the
 # message again with the rule applied by hand, and then every leaf must agree.
 REREADS = [
@@ -522,6 +624,7 @@ REREADS = [
     ('later Content-Type wins', drop_earlier_content_type),
     ('python-header-cut', drop_header_lines_without_colon),
     ('python-tspecial', quote_unquoted_boundary),
+    ('parts cut as ours', split_ours),
 ]
 
 
