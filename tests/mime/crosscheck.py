@@ -78,6 +78,7 @@ RULES = {
     'empty part': 'a part of fewer than 5 bytes between two delimiters makes no node (Python: an empty text part)',
     'header cut, later Content-Type': 'header lines without a colon dropped, then the later of the Content-Type fields wins',
     'multipart kept whole': 'a multipart without a parameter named "boundary" (the starred form is another name), with an empty one, or without a delimiter by our search: one leaf with the whole body',
+    'python-bom-header': 'a UTF-8 byte order mark before the first field: our header reads on over it; Python ends the header there',
     'parts cut as ours': 'read again with every multipart cut as ours cuts it: the boundary and its line end found without the dashes, a padded line no delimiter, parts under 5 bytes dropped',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
@@ -628,6 +629,10 @@ def header_cut_then_later_type(data):
     return changed
 
 
+def drop_leading_bom(data):
+    return data[3:] if data.startswith(b'\xef\xbb\xbf') else None
+
+
 # Differences of tree shape that a rule of ours explains: Python reads the
 # message again with the rule applied by hand, and then every leaf must agree.
 REREADS = [
@@ -636,6 +641,7 @@ REREADS = [
     ('python-header-cut', drop_header_lines_without_colon),
     ('python-tspecial', quote_unquoted_boundary),
     ('parts cut as ours', split_ours),
+    ('python-bom-header', drop_leading_bom),
     ('header cut, later Content-Type', header_cut_then_later_type),
 ]
 
