@@ -616,8 +616,10 @@ def resplit(data, depth=0):
 
 
 def split_ours(data):
-    # Bare LF line ends are repaired before anything is cut.
-    changed = resplit(to_crlf(data) if re.search(rb'(?<!\r)\n', data) else data)
+    # Bare LF line ends are repaired before anything is cut; the repaired
+    # copy ends at the first zero byte.
+    repaired = to_crlf(data).split(b'\0')[0] if re.search(rb'(?<!\r)\n', data) else data
+    changed = resplit(repaired)
     return changed if changed != data else None
 
 
