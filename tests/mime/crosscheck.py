@@ -79,6 +79,7 @@ RULES = {
     'header cut, later Content-Type': 'header lines without a colon dropped, then the later of the Content-Type fields wins',
     'multipart kept whole': 'a multipart without a parameter named "boundary" (the starred form is another name), with an empty one, or without a delimiter by our search: one leaf with the whole body',
     'python-bom-header': 'a UTF-8 byte order mark before the first field: our header reads on over it; Python ends the header there',
+    'header ends at CR LF CR LF': 'a header of bare LF lines runs on to the first CR LF CR LF (a double LF does not end it): one leaf with what follows',
     'parts cut as ours': 'read again with every multipart cut as ours cuts it: the boundary and its line end found without the dashes, a padded line no delimiter, parts under 5 bytes dropped',
     'zero byte ends repaired copy': 'line ends repaired: the repaired copy ends at the first zero byte',
 }
@@ -669,6 +670,18 @@ def kept_whole(nodes, data):
     return not boundary or our_parts(body, boundary) is None
 
 
+def header_to_first_crlf_pair(nodes, data):
+    """A header of bare LF lines runs on to the first CR LF CR LF, past the
+    double LF that ends it for Python; one leaf holds what follows."""
+    crlf, lflf = data.find(b'\r\n\r\n'), data.find(b'\n\n')
+    if len(nodes) != 1 or crlf < 0 or not 0 <= lflf < crlf:
+        return False
+    rest = data[crlf + 4:]
+    if nodes[0]['encoding'].strip().lower() == 'base64':
+        return nodes[0]['bytes'] == our_base64(rest)
+    return nodes[0]['bytes'] == rest
+
+
 def check_message(nodes, path, counts, failures):
     if nodes is None:
         failures.append((path, '', 'tool failed'))
@@ -688,9 +701,13 @@ def check_message(nodes, path, counts, failures):
                 mine_counts, mine = again_counts, []
                 mine_counts[rule] += 1
                 break
-    if mine and all(what == STRUCTURE for _, _, what in mine) and kept_whole(nodes, data):
-        mine_counts['multipart kept whole'] += 1
-        mine = []
+    if mine and all(what == STRUCTURE for _, _, what in mine):
+        if kept_whole(nodes, data):
+            mine_counts['multipart kept whole'] += 1
+            mine = []
+        elif header_to_first_crlf_pair(nodes, data):
+            mine_counts['header ends at CR LF CR LF'] += 1
+            mine = []
     counts.update(mine_counts)
     failures.extend(mine)
 
