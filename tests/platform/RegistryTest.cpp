@@ -6,9 +6,12 @@
 #include "platform/TinyFileSystem.h"
 #include "support/TestPaths.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <sys/wait.h>
@@ -186,6 +189,40 @@ TEST(Registry, WritersInSeparateProcessesLoseNoUpdate) {
             EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", name, value, true))
                 << name << " lost";
         }
+}
+
+// A process that keeps the lock must not stop the writer for good: the write
+// gives up after a bounded wait, the next one at once, and reads go on.
+TEST(Registry, ALockKeptByAnotherProcessBoundsTheWriteAndLeavesReads) {
+    ScratchRegistry reg;
+    ASSERT_EQ(0u, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\A", true));
+    ASSERT_EQ(0u, SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "n", 1, true));
+    const std::string before = ReadFile(reg.path());
+    const int holder = ::open(reg.path().c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(holder, 0);
+    ASSERT_EQ(0, ::flock(holder, LOCK_EX));  // its own open file: conflicts like another process
+
+    auto timed = [](uint32_t number, uint32_t& error) {
+        const auto start = std::chrono::steady_clock::now();
+        error = SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "n", number, true);
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    uint32_t error = 0;
+    const double first = timed(2, error);
+    EXPECT_EQ(33u, error);
+    EXPECT_GE(first, 2.5) << "gave up before a slow writer could have finished";
+    EXPECT_LT(first, 30.0);
+    const double second = timed(3, error);
+    EXPECT_EQ(33u, error);
+    EXPECT_LT(second, 1.0) << "a lock that stayed kept is waited for again";
+    EXPECT_EQ(before, ReadFile(reg.path()));
+    RegistryValue value;
+    EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "n", value, true));
+
+    ::close(holder);
+    EXPECT_EQ(0u, SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "n", 4, true));
+    ASSERT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "n", value, true));
+    EXPECT_EQ(std::string("\x04\0\0\0", 4), value.data);
 }
 
 // A full disk during a rewrite: the old file must stay whole and readable.

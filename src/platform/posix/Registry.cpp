@@ -13,10 +13,12 @@
 
 #include <cctype>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 namespace platform {
@@ -24,6 +26,13 @@ namespace {
 
 constexpr const char* kDefaultPath = "/etc/telmoraq/registry.reg";
 constexpr size_t kMaxFileSize = 16u << 20;  // a registry file beyond this is refused as corrupt
+
+// Our own writers hold the lock for one read and one flushed rewrite; a wait
+// far beyond that means a process keeps it, and the settings write-back that
+// the worker makes before its passes must not wait on that process for good.
+constexpr auto kLockWait = std::chrono::seconds(3);
+constexpr auto kLockPoll = std::chrono::milliseconds(5);
+constexpr uint32_t kErrorLockViolation = 33;
 
 // One line of a section: a value we understood, or a line kept as it was.
 struct Line {
@@ -48,6 +57,9 @@ struct Document {
 };
 
 std::mutex g_writeMutex;
+// The file whose lock was not had within the wait last time, until it is had
+// again: later writes try it once instead of waiting the whole time again.
+std::string g_stuckPath;  // guarded by g_writeMutex
 
 std::string Lower(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -278,10 +290,22 @@ Document Load(const std::string& path) {
     return Parse(text);
 }
 
+// Takes the lock, polling until `deadline`; 33 when another process kept it.
+uint32_t LockUntil(int fd, std::chrono::steady_clock::time_point deadline) {
+    for (;;) {
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0) return 0;
+        if (errno != EWOULDBLOCK && errno != EINTR) return LastErrnoAsError();
+        if (std::chrono::steady_clock::now() >= deadline) return kErrorLockViolation;
+        std::this_thread::sleep_for(kLockPoll);
+    }
+}
+
 // Opens and locks the file itself. A writer that renamed a new file over the
 // path while we waited leaves us holding the old one, so look again until the
 // locked file is the one the path names.
 int OpenLocked(const std::string& path, bool create, uint32_t& error) {
+    const auto deadline = std::chrono::steady_clock::now() +
+                          (path == g_stuckPath ? std::chrono::seconds(0) : kLockWait);
     for (;;) {
         int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | (create ? O_CREAT : 0),
                         0644);
@@ -289,12 +313,13 @@ int OpenLocked(const std::string& path, bool create, uint32_t& error) {
             error = LastErrnoAsError();
             return -1;
         }
-        while (::flock(fd, LOCK_EX) != 0) {
-            if (errno == EINTR) continue;
-            error = LastErrnoAsError();
+        error = LockUntil(fd, deadline);
+        if (error == kErrorLockViolation) g_stuckPath = path;
+        if (error != 0) {
             ::close(fd);
             return -1;
         }
+        g_stuckPath.clear();
         struct stat held {}, named {};
         if (::fstat(fd, &held) == 0 && ::stat(path.c_str(), &named) == 0 &&
             held.st_ino == named.st_ino && held.st_dev == named.st_dev) {
