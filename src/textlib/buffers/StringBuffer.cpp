@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/EventLog.h"
 #include "platform/SystemError.h"
@@ -324,6 +325,16 @@ bool StringBuffer::takeData(DataBuffer& source) {
     m_growBy = kTakenGrowBy;
     source.releaseData();
     return true;
+}
+
+void StringBuffer::swapWith(StringBuffer& other) {
+    checkMagic();
+    other.checkMagic();
+    std::swap(m_mode, other.m_mode);
+    std::swap(m_data, other.m_data);
+    std::swap(m_capacity, other.m_capacity);
+    std::swap(m_length, other.m_length);
+    std::swap(m_growBy, other.m_growBy);
 }
 
 bool StringBuffer::ensureFree(int count, int /*unused*/) {

@@ -47,6 +47,8 @@ public:
     bool setFrom(const StringBuffer& other);
     // Takes over a block whose last byte is a terminator; the source forgets it.
     bool takeData(DataBuffer& source);
+    // Exchanges blocks with `other`: a text changes hands without a copy.
+    void swapWith(StringBuffer& other);
     bool ensureFree(int count, int unused = 0);
     // Room for `count` more bytes; a pointer to the first free byte or null.
     // Write at most `count` bytes, then commitTail with the number written.

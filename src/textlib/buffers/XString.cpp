@@ -17,6 +17,24 @@ constexpr int kUtf8 = 65001;
 
 int ansiCodePage() { return static_cast<int>(platform::GetACP()); }
 
+// Whether the ANSI page writes every 7-bit character as the same byte as
+// UTF-8 does. True of the pages a system offers as ANSI, but a settings file
+// may name any page, so it is checked once per page rather than assumed.
+bool asciiIsAnsi(int codePage) {
+    thread_local int checkedPage = -1;
+    thread_local bool verdict = false;
+    if (codePage == checkedPage) return verdict;
+    char ascii[127];
+    for (int i = 0; i < 127; ++i) ascii[i] = static_cast<char>(i + 1);
+    DataBuffer converted;
+    EncodingConvert conv;
+    verdict = conv.convert(kUtf8, codePage, ascii, sizeof ascii, converted) &&
+              converted.getSize() == sizeof ascii &&
+              std::memcmp(converted.getData(), ascii, sizeof ascii) == 0;
+    checkedPage = codePage;
+    return verdict;
+}
+
 const char* skipUtf8Mark(const char* text) {
     if (text && static_cast<uint8_t>(text[0]) == 0xEF && static_cast<uint8_t>(text[1]) == 0xBB &&
         static_cast<uint8_t>(text[2]) == 0xBF)
@@ -77,6 +95,19 @@ void XString::setUtf8(const char* text) {
         return;
     }
     m_utf8Form.setString(text);
+    keepOnly(false, false, true);
+    m_ansiStatus = 0;
+}
+
+void XString::takeUtf8(StringBuffer& text) {
+    const char* bytes = text.getString();
+    const bool plain = bytes && *bytes && skipUtf8Mark(bytes) == bytes &&
+                       std::strlen(bytes) == static_cast<size_t>(text.getSize());
+    if (!plain) {
+        setUtf8(bytes);
+        return;
+    }
+    m_utf8Form.swapWith(text);
     keepOnly(false, false, true);
     m_ansiStatus = 0;
 }
@@ -218,6 +249,15 @@ void XString::makeAnsi() {
         return;
     if (!m_haveUtf8 && !m_haveUnicode) {
         clear();
+        return;
+    }
+    if (m_haveUtf8 && m_utf8Form.is7bit(0) && asciiIsAnsi(ansiCodePage())) {
+        // The same bytes in both forms: the block changes form instead of
+        // being copied, which matters for a whole message text.
+        m_ansiForm.swapWith(m_utf8Form);
+        m_utf8Form.clear();
+        keepOnly(m_haveUnicode, true, false);
+        m_ansiStatus = 1;
         return;
     }
     DataBuffer converted;

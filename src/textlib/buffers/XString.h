@@ -34,6 +34,9 @@ public:
     void setAnsi(const char* text);
     void setUtf8(const char* text);
     void setUtf8N(const char* bytes, int length);
+    // setUtf8 of `text` without a copy: the block changes hands and `text`
+    // is left with whatever this string held.
+    void takeUtf8(StringBuffer& text);
     void setUnicode(const char16_t* text);
     void setFrom(const char* text, bool isUtf8);
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/CodePage.h"
+#include "textlib/buffers/StringBuffer.h"
 #include "textlib/buffers/XString.h"
 
 using brelkin::XString;
@@ -60,6 +61,32 @@ TEST(XString, Utf8MarkIsDropped) {
     s.appendUtf8("\xEF\xBB\xBF" "y");
     EXPECT_STREQ(s.getUtf8(), "xy");
     EXPECT_TRUE(s.beginsWithUtf8("\xEF\xBB\xBF" "x"));
+}
+
+// takeUtf8 is setUtf8 without the copy; a 7-bit text then changes form
+// without a copy. Both must read exactly as before.
+TEST(XString, TakenAndMovedTextsReadAsCopiedOnes) {
+    REQUIRE_ANSI_1252();
+    const std::string seven(100000, 'a');
+    const char* const texts[] = {"plain", "caf\xC3\xA9", "\xEF\xBB\xBF" "marked", "", seven.c_str()};
+    for (const char* text : texts) {
+        SCOPED_TRACE(std::string(text).substr(0, 12));
+        XString copied;
+        copied.setUtf8(text);
+        brelkin::StringBuffer buffer(text);
+        XString taken;
+        taken.takeUtf8(buffer);
+        EXPECT_STREQ(taken.getAnsi(), copied.getAnsi());
+        EXPECT_STREQ(taken.getUtf8(), copied.getUtf8());
+        EXPECT_EQ(taken.getNumChars(), copied.getNumChars());
+        EXPECT_TRUE(taken.isAnsiOk());
+    }
+    brelkin::StringBuffer zeroInside("ab");
+    zeroInside.appendN("\0cd", 3);
+    XString cut;
+    cut.takeUtf8(zeroInside);
+    EXPECT_STREQ(cut.getUtf8(), "ab");
+    EXPECT_EQ(cut.getSizeUtf8(), 2);
 }
 
 TEST(XString, AppendsKeepTheWholeText) {
