@@ -248,7 +248,7 @@ bool ClsMime::getMime(XString& out) {
     // Raw 8-bit bytes that are not UTF-8 would be misread as UTF-8: they are
     // taken in the charset of the message's first 8-bit text part instead.
     if (!text.containsIgnoreCase("8bit") || text.is7bit(k8bitProbeLength)) {
-        out.setUtf8(text.getString());
+        out.takeUtf8(text);
         unlockTree();
         return true;
     }
@@ -257,7 +257,7 @@ bool ClsMime::getMime(XString& out) {
     const bool haveCharset = m_shared->getTotalCharset(charset);
     if (!haveCharset || charset.equalsIgnoreCase("utf-8")) {
         m_log.LogInfo("Interpreting character data as utf-8.");
-        out.setUtf8(text.getString());
+        out.takeUtf8(text);
     } else {
         m_log.LogData("totalMimeCharset", charset.getString());
         out.clear();

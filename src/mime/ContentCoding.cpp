@@ -329,9 +329,24 @@ bool ContentCoding::encodeBase64(const void* bytes, uint32_t count, StringBuffer
     if (bound > INT_MAX) return false;
     char* start = out.reserveTail(static_cast<int>(bound));
     if (!start) return false;
-    const auto* in = static_cast<const uint8_t*>(bytes);
+    char* end = writeBase64(static_cast<const uint8_t*>(bytes), count, start);
+    out.commitTail(static_cast<int>(end - start));
+    return true;
+}
+
+bool ContentCoding::encodeBase64(const void* bytes, uint32_t count, DataBuffer& out) const {
+    if (!bytes || count == 0) return true;
+    uint64_t bound = base64EncodedSize(count, m_lineLength);
+    if (bound > INT_MAX) return false;
+    char* start = reinterpret_cast<char*>(out.reserveTail(static_cast<uint32_t>(bound)));
+    if (!start) return false;
+    char* end = writeBase64(static_cast<const uint8_t*>(bytes), count, start);
+    out.commitTail(static_cast<uint32_t>(end - start));
+    return true;
+}
+
+char* ContentCoding::writeBase64(const uint8_t* in, uint32_t count, char* o) const {
     const uint32_t groupsPerLine = m_lineLength > 4 ? (m_lineLength + 3) / 4 : 1;
-    char* o = start;
     uint32_t whole = count / 3;
     uint32_t group = 0;
     while (group < whole) {
@@ -353,8 +368,7 @@ bool ContentCoding::encodeBase64(const void* bytes, uint32_t count, StringBuffer
     // that fills a line gets just the one.
     *o++ = '\r';
     *o++ = '\n';
-    out.commitTail(static_cast<int>(o - start));
-    return true;
+    return o;
 }
 
 bool ContentCoding::decodeBase64(const char* text, uint32_t count, DataBuffer& out) const {

@@ -38,6 +38,8 @@ public:
     // Base64 lines of m_lineLength characters, each ended by CR LF; the output
     // always ends in CR LF, so a multiple of 57 bytes ends in an empty line.
     bool encodeBase64(const void* bytes, uint32_t count, StringBuffer& out) const;
+    // The same lines straight into a byte buffer, with no text in between.
+    bool encodeBase64(const void* bytes, uint32_t count, DataBuffer& out) const;
     // Stops at the first "=" or zero byte; skips every byte outside the
     // alphabet. An incomplete last group gives its whole bytes.
     bool decodeBase64(const char* text, uint32_t count, DataBuffer& out) const;
@@ -81,6 +83,11 @@ public:
 protected:
     int m_lineLength = 76;        // never changed after construction
     bool m_encodeCommas = false;  // Q-encoded words also escape ","
+
+private:
+    // Writes the Base64 lines of `count` bytes at `o`, which has room for
+    // base64EncodedSize of them; returns the end.
+    char* writeBase64(const uint8_t* in, uint32_t count, char* o) const;
 };
 
 }  // namespace brelkin

@@ -128,13 +128,12 @@ void MimeMessage2::getMimeBodyEncodedDb(DataBuffer& out, LogBase& log, bool verb
         source = &converted;
     }
     ContentCoding coding;
-    StringBuffer encoded;
     if (m_encoding.equalsIgnoreCase("base64")) {
         if (verbose) log.LogInfo("Appending base64 encoded body..");
-        coding.encodeBase64(source->getData(), source->getSize(), encoded);
-        out.appendStringBuffer(encoded);
+        coding.encodeBase64(source->getData(), source->getSize(), out);
     } else if (m_encoding.equalsIgnoreCase("quoted-printable")) {
         if (verbose) log.LogInfo("Appending quoted-printable encoded body..");
+        StringBuffer encoded;
         coding.encodeQuotedPrintable(source->getData(), source->getSize(), encoded);
         out.appendStringBuffer(encoded);
     } else {

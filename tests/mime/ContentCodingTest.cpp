@@ -33,11 +33,16 @@ std::string hex(const std::string& s) {
     return out;
 }
 
+// Both overloads, which must write the same lines behind what is there.
 std::string encodeBase64(const std::string& in) {
     StringBuffer out(kJunk);
     EXPECT_TRUE(ContentCoding().encodeBase64(in.data(), in.size(), out));
     std::string s(out.getString(), out.getSize());
     EXPECT_EQ(s.compare(0, 5, kJunk), 0) << "output must be appended to";
+    DataBuffer bytes;
+    bytes.appendStr(kJunk);
+    EXPECT_TRUE(ContentCoding().encodeBase64(in.data(), in.size(), bytes));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.getData()), bytes.getSize()), s);
     return s.substr(5);
 }
 
