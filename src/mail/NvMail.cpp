@@ -76,9 +76,9 @@ void CNvMail::RemoveHeader(const char* name) {
     m_customHeaders.erase(found);
 }
 
-void CNvMail::GetMimeText(CNvcString& out) {
-    out.Assign(m_mime->getMime());
-}
+void CNvMail::GetMimeText(CNvcString& out) { out.Assign(ComposedText()); }
+
+const char* CNvMail::ComposedText() { return m_mime->getMime(); }
 
 void CNvMail::SetCustomHeader(const char* name, const char16_t* text) {
     if (name == nullptr) return;

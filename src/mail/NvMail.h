@@ -5,8 +5,8 @@
 // the fields from the tree of a file; Compose throws that tree away and builds
 // a new one from the fields, so a stored header without a field never reaches
 // the wire. The SMTP client reads m_fromAddress and the three lists directly,
-// each address in its narrow form (GetAnsi), and sends GetMimeText after
-// Compose.
+// each address in its narrow form (GetAnsi), and sends the text of
+// GetMimeText (ComposedText, without the copy) after Compose.
 //
 // Input:       any stored message; LoadFromFile gives -2211 when it cannot be read.
 //              Address headers are split on commas outside double quotes, with no
@@ -71,6 +71,10 @@ public:
     void RemoveHeader(const char* name);
     // The current tree as text, up to its first zero byte.
     void GetMimeText(CNvcString& out);
+    // The text GetMimeText copies, in place: a pointer into the tree's ring of
+    // results, valid until ten more such calls on it. The SMTP client sends
+    // from here so that a large message is not held twice.
+    const char* ComposedText();
 
     // For building a mail in memory; the service itself never calls these.
     void SetPriority(int32_t priority) { m_priority = priority; }

@@ -9,6 +9,7 @@
 
 #include "foundation/NvcTimeout.h"
 #include "platform/Clock.h"
+#include "smtp/ByteSource.h"
 
 using namespace platform;
 
@@ -277,12 +278,18 @@ void CNvSecureProtocol::DeleteContext() {
 int32_t CNvSecureProtocol::SecureSendLine(CNvcString& text) {
     if (m_sendBuffer == nullptr) return -1009;
     text.Append("\r\n");
-    const uint8_t* data = reinterpret_cast<const uint8_t*>(text.GetData());
-    const uint32_t length = static_cast<uint32_t>(std::strlen(text.GetData()));
+    TextByteSource source(text.GetData());
+    return SecureSendFrom(source);
+}
+
+// Each record's plaintext is filled in place in the send buffer, so records
+// are as full as a record may be whatever the source.
+int32_t CNvSecureProtocol::SecureSendFrom(ByteSource& source) {
+    if (m_sendBuffer == nullptr) return -1009;
     const uint32_t chunkLimit = m_maximumMessage - m_trailerSize - m_headerSize;
-    for (uint32_t done = 0; done < length;) {
-        const uint32_t chunk = length - done < chunkLimit ? length - done : chunkLimit;
-        std::memcpy(m_sendBuffer + m_headerSize, data + done, chunk);
+    for (;;) {
+        const uint32_t chunk = source.Fill(m_sendBuffer + m_headerSize, chunkLimit);
+        if (chunk == 0) return 0;
         SecBuffer buffers[4] = {{m_headerSize, SECBUFFER_STREAM_HEADER, m_sendBuffer},
                                 {chunk, SECBUFFER_DATA, m_sendBuffer + m_headerSize},
                                 {m_trailerSize, SECBUFFER_STREAM_TRAILER, m_sendBuffer + m_headerSize + chunk},
@@ -294,9 +301,7 @@ int32_t CNvSecureProtocol::SecureSendLine(CNvcString& text) {
         uint32_t sent = 0;
         const int32_t result = SendBytes(m_sendBuffer, recordLength, sent, kNoLimit, kStallLimitMs);
         if (result != 0) return result;
-        done += chunk;
     }
-    return 0;
 }
 
 // --- reading -----------------------------------------------------------------

@@ -46,6 +46,8 @@ public:
     int32_t Handshake();
     // Appends CR LF to the caller's text and sends it in as many records as it takes.
     int32_t SecureSendLine(CNvcString& text);
+    // All bytes of `source` in full records, each under the stall limit.
+    int32_t SecureSendFrom(ByteSource& source);
     int32_t SecureReadLine(CNvcString& line, uint32_t timeoutMs);
     // Closes socket and channel and releases everything; always 0.
     int32_t SecureClose();

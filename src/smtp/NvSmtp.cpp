@@ -11,6 +11,7 @@
 #include "mail/NvMail.h"
 #include "platform/Clock.h"
 #include "platform/HostInfo.h"
+#include "smtp/DotStuffer.h"
 #include "smtp/Md5.h"
 
 namespace {
@@ -45,20 +46,6 @@ std::string LocalComputerName() {
     std::string name = platform::ComputerName();
     if (name.size() >= kComputerNameSize) name.resize(kComputerNameSize - 1);
     return name;
-}
-
-// Every line that starts with a dot gets one more. Any LF ends a line here,
-// so a bare LF followed by "." cannot end the data early at the far side.
-std::string DotStuff(const char* text) {
-    std::string out;
-    out.reserve(std::strlen(text) + 64);
-    bool lineStart = true;
-    for (const char* p = text; *p != '\0'; ++p) {
-        if (lineStart && *p == '.') out += '.';
-        out += *p;
-        lineStart = *p == '\n';
-    }
-    return out;
 }
 
 }  // namespace
@@ -243,12 +230,25 @@ int32_t CNvSmtp::SendData(const char* text) {
         m_resetNeeded = 1;
         return data != 0 ? data : m_lastCode;
     }
-    // Always "\r\n." behind the text: a text ending in CRLF gets an empty line
-    // before the final dot, kept on purpose.
-    const std::string body = DotStuff(text != nullptr ? text : "") + "\r\n.";
-    const int32_t sent = SendCommand(body.c_str(), m_dataTimeout);
+    const int32_t sent = SendMessageText(text != nullptr ? text : "");
     if (sent != 0) return sent;
     return m_lastCode == 250 ? 0 : m_lastCode;
+}
+
+// SendCommand for the message text, which leaves stuffed on the fly rather
+// than as a stuffed copy: the bytes, the timers, the failure codes and the
+// trace line are those of one command. The stuffed text always holds a
+// CR LF ("\r\n." comes behind it), so the trace never shows the text.
+int32_t CNvSmtp::SendMessageText(const char* text) {
+    if (!IsConnected()) return kNotConnected;
+    DotStuffer stuffed(text, m_secure ? "\r\n" : m_terminator.GetData());
+    if (m_secure) {
+        if (SecureSendFrom(stuffed) != 0) return kSecureWriteFailed;
+    } else if (SendFrom(stuffed, m_commandTimeout, kSendIdleMs) != 0) {
+        return kPlainWriteFailed;
+    }
+    Log(this, kTraceLevel, "Command: [<Message data>]");
+    return ReadReply(m_dataTimeout) == 0 ? 0 : kNoCompleteReply;
 }
 
 int32_t CNvSmtp::ResetSession() {

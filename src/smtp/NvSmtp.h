@@ -98,6 +98,7 @@ private:
     int32_t ReadReplyLine(CNvcString& line, uint32_t timeoutMs);
     int32_t WriteCommand(CNvcString& copy);
     void TraceCommand(CNvcString& copy);
+    int32_t SendMessageText(const char* text);
     int32_t FailConnect(const char* traceLine, int32_t result);
     int32_t StartTlsIfOffered();
     void PickAuthMethod();

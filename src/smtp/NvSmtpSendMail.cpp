@@ -27,7 +27,5 @@ int32_t CNvSmtp::SendMail(CNvMail& mail) {
     // Composed only now, after the recipients were accepted; its result is
     // always 0.
     mail.Compose();
-    CNvcString text;
-    mail.GetMimeText(text);
-    return SendData(text.GetData());
+    return SendData(mail.ComposedText());
 }

@@ -5,14 +5,17 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "foundation/NvcTimeout.h"
 #include "platform/Clock.h"
+#include "smtp/ByteSource.h"
 
 namespace {
 
 constexpr uint32_t kGrowth = 1024;
 constexpr uint32_t kWrappedCapacity = 0xFFFFFC00u;  // what a wrapped growth leaves behind
+constexpr uint32_t kSendPieceSize = 64 * 1024;       // a piece of a streamed write
 
 // The timers decide last: a run-out limit overrides any result, success included.
 int32_t TimersLast(int32_t result, const CNvcTimeout& total, const CNvcTimeout& idle) {
@@ -138,6 +141,26 @@ int32_t CNvcTcpSocket::SendLine(CNvcString& text, uint32_t totalMs, uint32_t idl
     uint32_t sent = 0;
     return SendBytes(text.GetData(), static_cast<uint32_t>(std::strlen(text.GetData())), sent, totalMs,
                      idleMs);
+}
+
+int32_t CNvcTcpSocket::SendFrom(ByteSource& source, uint32_t totalMs, uint32_t idleMs) {
+    if (!IsConnected()) return -4;
+    CNvcTimeout total;
+    CNvcTimeout idle;
+    total.Set(totalMs);
+    idle.Set(idleMs);
+    std::vector<uint8_t> piece(kSendPieceSize);
+    int32_t result = 0;
+    for (;;) {
+        const uint32_t length = source.Fill(piece.data(), kSendPieceSize);
+        if (length == 0) break;
+        uint32_t sent = 0;
+        bool returnAtOnce = false;
+        result = SendLoop(piece.data(), length, sent, total, idle, returnAtOnce);
+        if (returnAtOnce) return result;
+        if (result != 0 || sent < length) break;  // closed, or a timer ran out
+    }
+    return TimersLast(result, total, idle);
 }
 
 int32_t CNvcTcpSocket::ReceiveRaw(void* buffer, uint32_t size, uint32_t& got) {

@@ -29,6 +29,7 @@
 #include "foundation/NvcString.h"
 #include "platform/Socket.h"
 
+class ByteSource;
 class CNvcTimeout;
 
 class CNvcTcpSocket : public CNvcBase {
@@ -49,6 +50,9 @@ public:
     // Appends the line terminator to `text` (the caller sees it) and sends it
     // up to its first zero byte.
     int32_t SendLine(CNvcString& text, uint32_t totalMs, uint32_t idleMs);
+    // All bytes of `source` as one write: the two timers run across all its
+    // pieces, as they would for one block.
+    int32_t SendFrom(ByteSource& source, uint32_t totalMs, uint32_t idleMs);
     // One line without its terminator; see the head comment for the timers.
     int32_t ReadLine(CNvcString& line, uint32_t totalMs, uint32_t idleMs);
     // Buffered bytes first; only with none buffered, one receive from the socket.

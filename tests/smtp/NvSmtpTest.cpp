@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "ScriptedSession.h"
 #include "ScriptedSmtpPeer.h"
 #include "mail/NvMail.h"
@@ -270,6 +272,24 @@ TEST(NvSmtpTransaction, DataIsDotStuffedAndEndsWithTheFinalDot) {
         client->Quit();
         EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "DATA", c.wire, "QUIT"}));
     }
+}
+
+// The text leaves in pieces; a dot at a piece edge must be stuffed once, and
+// the trace shows one command.
+TEST(NvSmtpTransaction, ALongTextLeavesStuffedAcrossItsPieces) {
+    testsupport::TempDir dir;
+    const std::string text = scripted::LongTextWithDots();
+    scripted::Peer peer(Opened({Hear(), Say("354 go"), HearData(), Say("250 queued")}));
+    auto client = scripted::ClientFor(peer.port());
+    client->SetTraceFile(dir.file("trace.log").c_str());
+    ASSERT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->SendData(text.c_str()), 0);
+    client->Quit();
+    const Lines lines = peer.lines();
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_TRUE(lines[2] == scripted::StuffedData(text)) << "the data differ";
+    const Lines trace = scripted::TraceLines(dir.file("trace.log"));
+    EXPECT_EQ(std::count(trace.begin(), trace.end(), "Command: [<Message data>]"), 1);
 }
 
 TEST(NvSmtpTransaction, RefusedDataAndRefusedText) {

@@ -43,6 +43,21 @@ TEST(NvSmtpTls, FromTheFirstByteNoStartTlsGoesOut) {
     EXPECT_EQ(client->m_secure, 1);
 }
 
+TEST(NvSmtpTls, ALongTextCrossesRecordsStuffedOnce) {
+    const std::string text = scripted::LongTextWithDots();
+    scripted::Peer peer({Say("220 x"), Hear(), Say("250 x"), Hear(), Say("354 go"), HearData(),
+                         Say("250 queued"), Hear(), Say("221 bye")},
+                        true);
+    auto client = scripted::ClientFor(peer.port());
+    client->m_secure = 1;
+    ASSERT_EQ(client->Connect(), 0);
+    EXPECT_EQ(client->SendData(text.c_str()), 0);
+    client->Quit();
+    const Lines lines = peer.lines();
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_TRUE(lines[3] == scripted::StuffedData(text)) << "the data differ";
+}
+
 TEST(NvSmtpTls, StartTlsUpgradesAndHelloRunsAgain) {
     struct Case {
         const char* name;

@@ -44,4 +44,29 @@ inline std::vector<std::string> TraceLines(const std::string& path) {
     return lines;
 }
 
+// A text of several hundred KB with lines of every length from 0 to 199
+// bytes, a third of them starting with a dot, bare LFs among the CR LFs: dots
+// land on every offset of the client's pieces and records.
+inline std::string LongTextWithDots() {
+    std::string text;
+    for (int i = 0; text.size() < 300 * 1024; ++i) {
+        if (i % 3 == 0) text += '.';
+        text.append(static_cast<size_t>(i % 200), static_cast<char>('a' + i % 26));
+        text += i % 7 == 0 ? "\n" : "\r\n";
+    }
+    return text;
+}
+
+// What the wire must carry for `text` after DATA: stuffed, then the final dot.
+inline std::string StuffedData(const std::string& text) {
+    std::string wire;
+    bool lineStart = true;
+    for (char c : text) {
+        if (lineStart && c == '.') wire += '.';
+        wire += c;
+        lineStart = c == '\n';
+    }
+    return wire + "\r\n.\r\n";
+}
+
 }  // namespace scripted
