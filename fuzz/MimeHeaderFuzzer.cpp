@@ -9,7 +9,9 @@
 //   line ends, control bytes or encoded-word openers (which a second read
 //   would split or decode again);
 // - a value without ";", "=", quotes or 8-bit text reads back the same but
-//   for white space, which folds may add.
+//   for white space, which folds may add;
+// - neither holds for a header written in a wide charset, which has zero
+//   bytes in it.
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -113,6 +115,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     assemble(second, nullptr);
 
     if (!isCleanHeader(first)) return 0;
+    // A header read in a wide charset (UTF-32 named by an encoded word) is
+    // written back in it, zero bytes and all; as a C string it cannot be read
+    // back, so there is no round to compare.
+    if (once.find('\0') != std::string::npos) return 0;
     if (second.getNumFields() != first.getNumFields()) __builtin_trap();
     for (int i = 0; i < first.getNumFields(); ++i) {
         if (std::strcmp(first.getFieldAt(i)->getName(), second.getFieldAt(i)->getName()) != 0)
