@@ -56,8 +56,9 @@ PathKind GetPathKind(const std::string& path);
 
 // Copies `from` (a regular file) to `to`. The data goes to a temporary name
 // beside `to`, is flushed, and only then gets the name `to`, so that a copy
-// that exists is complete. With `failIfExists` an existing `to` is never
-// touched and gives 80. Returns 0 or an error number.
+// that exists is complete; the folder is flushed last, and a failure there
+// fails the copy. With `failIfExists` an existing `to` is never touched and
+// gives 80. Returns 0 or an error number.
 uint32_t CopyFileDurably(const std::string& from, const std::string& to, bool failIfExists);
 
 // Appends `data` with one write to a regular file, created when missing (its

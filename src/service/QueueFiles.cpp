@@ -12,8 +12,7 @@
 namespace {
 
 bool CopyDurably(const CNvcString& from, const CNvcString& to) {
-    return platform::CopyFileDurably(from.GetData(), to.GetData(), true) == 0 &&
-           platform::SyncParentDirectory(to.GetData()) == 0;
+    return platform::CopyFileDurably(from.GetData(), to.GetData(), true) == 0;
 }
 
 // A rename whose folder could not be flushed afterwards has still taken

@@ -211,8 +211,10 @@ uint32_t CopyFileDurably(const std::string& from, const std::string& to, bool fa
         if (!temp.empty()) ::unlink(temp.c_str());
         return Fail(error);
     }
-    posix::SyncDirectoryOf(to);
-    return 0;
+    // The name is only durable once the folder is flushed: a failed flush is
+    // a failed copy, though the file now stands under its name.
+    error = SyncParentDirectory(to);
+    return error == 0 ? 0 : Fail(error);
 }
 
 uint32_t AppendToFile(const std::string& path, const std::string& data) {
