@@ -53,8 +53,7 @@ public:
     int StartReady() {
         const int before = inits;
         const int started = Start(kLongWaitMs);
-        std::unique_lock<std::mutex> hold(m_mutex);
-        m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), [&] { return inits > before; });
+        WaitFor([&] { return inits > before; });
         return started;
     }
     int OnTimer(int32_t) override {
@@ -82,18 +81,10 @@ public:
         m_blockTimer = false;
         m_changed.notify_all();
     }
-    bool WaitUntilInitialised() {
-        std::unique_lock<std::mutex> hold(m_mutex);
-        return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), [this] { return inits > 0; });
-    }
-    bool WaitUntilInTimer() {
-        std::unique_lock<std::mutex> hold(m_mutex);
-        return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), [this] { return m_inTimer; });
-    }
+    bool WaitUntilInitialised() { return WaitFor([this] { return inits > 0; }); }
+    bool WaitUntilInTimer() { return WaitFor([this] { return m_inTimer; }); }
     bool WaitForMessages(size_t count) {
-        std::unique_lock<std::mutex> hold(m_mutex);
-        return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs),
-                                  [&] { return m_messages.size() >= count; });
+        return WaitFor([&] { return m_messages.size() >= count; });
     }
     std::vector<std::pair<int, int>> Messages() {
         std::lock_guard<std::mutex> hold(m_mutex);
@@ -107,6 +98,11 @@ public:
     std::atomic<int> inits{0};
 
 private:
+    template <typename Predicate>
+    bool WaitFor(Predicate done) {
+        std::unique_lock<std::mutex> hold(m_mutex);
+        return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), done);
+    }
     int Record(int hook, int32_t argument) {
         std::lock_guard<std::mutex> hold(m_mutex);
         m_messages.emplace_back(hook, argument);
@@ -134,9 +130,13 @@ bool HasLine(const std::vector<std::string>& lines, const std::string& line) {
     return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
-TEST(NvcThread, StartAndStopWriteTheirTraceLinesInOrder) {
+class NvcThreadTest : public ::testing::Test {
+protected:
     TempDir dir;
     const std::string trace = dir.file("thread.log");
+};
+
+TEST_F(NvcThreadTest, StartAndStopWriteTheirTraceLinesInOrder) {
     TestWorker worker(trace);
     ASSERT_EQ(0, worker.StartReady());
     EXPECT_EQ(1, worker.IsInitialised());
@@ -161,9 +161,7 @@ TEST(NvcThread, StartAndStopWriteTheirTraceLinesInOrder) {
     EXPECT_EQ(want, TraceLines(trace));
 }
 
-TEST(NvcThread, PostBeforeTheQueueExistsFailsAndRestoresState) {
-    TempDir dir;
-    const std::string trace = dir.file("thread.log");
+TEST_F(NvcThreadTest, PostBeforeTheQueueExistsFailsAndRestoresState) {
     TestWorker worker(trace);
     EXPECT_EQ(-1, worker.Pause()) << "no thread at all";
     EXPECT_EQ(CNvcThread::STOPPED, worker.GetState());
@@ -187,9 +185,7 @@ TEST(NvcThread, PostBeforeTheQueueExistsFailsAndRestoresState) {
     EXPECT_EQ(0, worker.Stop(kLongWaitMs));
 }
 
-TEST(NvcThread, StopDuringLongTimerHookIsTakenRightAfterIt) {
-    TempDir dir;
-    const std::string trace = dir.file("thread.log");
+TEST_F(NvcThreadTest, StopDuringLongTimerHookIsTakenRightAfterIt) {
     TestWorker worker(trace, 500);
     worker.BlockTimer();
     ASSERT_EQ(0, worker.StartReady());
@@ -212,9 +208,8 @@ TEST(NvcThread, StopDuringLongTimerHookIsTakenRightAfterIt) {
     EXPECT_TRUE(HasLine(lines, "THREAD: Thread is stopping."));
 }
 
-TEST(NvcThread, HookCommandsWhilePausedAreDroppedAndTimerRests) {
-    TempDir dir;
-    TestWorker worker(dir.file("thread.log"), 500);
+TEST_F(NvcThreadTest, HookCommandsWhilePausedAreDroppedAndTimerRests) {
+    TestWorker worker(trace, 500);
     ASSERT_EQ(0, worker.StartReady());
     EXPECT_EQ(0, worker.Start(kLongWaitMs)) << "already started";
     ASSERT_EQ(1, worker.Pause());
@@ -230,12 +225,10 @@ TEST(NvcThread, HookCommandsWhilePausedAreDroppedAndTimerRests) {
 
     EXPECT_EQ((std::vector<std::pair<int, int>>{{2, 22}}), worker.Messages());
     for (int32_t state : worker.TimerStates()) EXPECT_EQ(CNvcThread::STARTED, state);
-    EXPECT_TRUE(HasLine(TraceLines(dir.file("thread.log")), "THREAD: Already started."));
+    EXPECT_TRUE(HasLine(TraceLines(trace), "THREAD: Already started."));
 }
 
-TEST(NvcThread, KillStopsAtOnceAndTheObjectRestarts) {
-    TempDir dir;
-    const std::string trace = dir.file("thread.log");
+TEST_F(NvcThreadTest, KillStopsAtOnceAndTheObjectRestarts) {
     TestWorker worker(trace, 500);
     ASSERT_EQ(0, worker.StartReady());
     worker.BlockTimer();
@@ -257,11 +250,10 @@ TEST(NvcThread, KillStopsAtOnceAndTheObjectRestarts) {
     EXPECT_EQ(1, std::count(lines.begin(), lines.end(), "THREAD: TERMINATE thread."));
 }
 
-TEST(NvcThread, ShortPeriodWorksAndIsNoted) {
-    TempDir dir;
+TEST_F(NvcThreadTest, ShortPeriodWorksAndIsNoted) {
     setenv("TELMORAQ_DEBUG_DIR", dir.path().c_str(), 1);
     {
-        TestWorker worker(dir.file("thread.log"), 499);
+        TestWorker worker(trace, 499);
         ASSERT_EQ(0, worker.StartReady());
         EXPECT_EQ(0, worker.PostMessage1(1));
         ASSERT_TRUE(worker.WaitForMessages(1));

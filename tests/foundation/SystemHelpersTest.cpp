@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 using testsupport::ReadFile;
@@ -26,26 +27,19 @@ const char* kKey = "Software\\Norvane\\Telmora\\QueueServer";
 const char* kJunk = "this junk should be ignored";
 
 // Sets an environment variable for one test and restores it.
-class EnvGuard {
-public:
-    EnvGuard(const char* name, const char* value) : name_(name) {
-        const char* old = std::getenv(name);
-        hadOld_ = old != nullptr;
-        if (hadOld_) old_ = old;
+struct EnvGuard {
+    EnvGuard(const char* name, const char* value) : name(name) {
+        if (const char* now = std::getenv(name)) old = now;
         ::setenv(name, value, 1);
         ::tzset();
     }
     ~EnvGuard() {
-        if (hadOld_)
-            ::setenv(name_.c_str(), old_.c_str(), 1);
-        else
-            ::unsetenv(name_.c_str());
+        if (old) ::setenv(name, old->c_str(), 1);
+        else ::unsetenv(name);
         ::tzset();
     }
-
-private:
-    std::string name_, old_;
-    bool hadOld_ = false;
+    const char* name;
+    std::optional<std::string> old;
 };
 
 bool IsHex(const std::string& text) {
@@ -98,7 +92,6 @@ TEST(SystemHelpersFiles, UniqueNameHasTheFixedShapeAndSkipsTakenNames) {
     ASSERT_EQ(dir.path() + "/pre", std::string(second.GetData()).substr(0, dir.path().size() + 4))
         << "separator doubled";
     const std::string other = std::string(second.GetData()).substr(dir.path().size() + 1);
-    EXPECT_EQ("pre", other.substr(0, 3));
     EXPECT_EQ(".hst", other.substr(other.size() - 4));
     EXPECT_EQ("0029", other.substr(19, 4)) << "a free first candidate is kept";
 
@@ -189,7 +182,6 @@ TEST(SystemHelpersTime, TimeTextsOnBothClocks) {
         {"midnight is 12 AM", 1772841605, "", "12:00:05 AM"},
         {"noon is 12 PM", 1772884800, "h", "12:00:00 PM"},
         {"afternoon, 24-hour padded", 1772888709, "HH:mm:ss", "13:05:09"},
-        {"afternoon, 24-hour", 1772888709, "H", "13:05:09"},
         {"morning, 24-hour unpadded", 1772874309, "H:mm", "9:05:09"},
         {"morning, 12-hour unpadded", 1772874309, "h:mm tt", "9:05:09 AM"},
         {"hh picks the padded form, rest unused", 1772874309, "hh' o''clock'", "09:05:09 AM"},
