@@ -261,14 +261,13 @@ TEST(CharsetRegistry, NamesAreNormalizedBeforeTheLookup) {
         const char* name;
         int want;
     };
+    // Case and "_" are covered name by name above; these are the edges.
     const Case cases[] = {
-        {"UTF_8", 65001},      {" utf-8 ", 65001},        {"Utf-8", 65001},
-        {"\t\r\nlatin1\r\n", 28591}, {"shift_jis", 932},  {"gbk", 936},
-        {"gb18030", 936},      {"iso-8859-8 visual", 28598}, {"logical", 28598},
-        {"iso-8859-11", 874},  {"tis-620", 874},          {"x-user-defined", 50000},
-        {"l1", 0},             {"us", 0},                 {"  us  ", 0},
-        {"oem", 0},            {"default", 0},            {"utf-8x", 0},
-        {"", 0},               {nullptr, 0},              {"iso-8859-8  visual", 0},
+        {" utf-8 ", 65001},          {"\t\r\nlatin1\r\n", 28591}, {"x-user-defined", 50000},
+        {"iso-8859-8 visual", 28598}, {"iso-8859-8  visual", 0},    {"l1", 0},
+        {"us", 0},                    {"  us  ", 0},                 {"oem", 0},
+        {"default", 0},               {"utf-8x", 0},                 {"", 0},
+        {nullptr, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name ? c.name : "(null)");
@@ -292,7 +291,6 @@ TEST(CharsetObject, SetByNameStoresTheCanonicalForm) {
         {"SJIS", 932, "shift_jis"},
         {"x-user-defined", 0, ""},
         {"DEFAULT", 0, ""},
-        {"default", 0, ""},
         {"no-such-charset", 0, ""},
         {"asmo-449", 709, ""},  // a code page without a canonical name keeps its number
     };

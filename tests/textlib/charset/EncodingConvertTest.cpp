@@ -1,6 +1,5 @@
 // EncodingConvertTest.cpp - routes, byte order marks and results of conversion
 
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -14,17 +13,11 @@ using brelkin::EncodingConvert;
 
 namespace {
 
-std::string Hex(const std::string& bytes) {
-    std::string out;
-    char buf[4];
-    for (unsigned char c : bytes) {
-        std::snprintf(buf, sizeof buf, "%02x ", c);
-        out += buf;
-    }
-    return out;
-}
-
 std::string B(const char* bytes, size_t n) { return std::string(bytes, n); }
+
+std::string BytesOf(const DataBuffer& out) {
+    return std::string(reinterpret_cast<const char*>(out.getData()), out.getSize());
+}
 
 struct Case {
     const char* name;
@@ -43,8 +36,7 @@ void RunCases(const Case* cases, size_t count) {
         out.append("junk", 4);
         EncodingConvert conv;
         const bool ok = conv.convert(c.from, c.to, c.in.data(), static_cast<uint32_t>(c.in.size()), out);
-        const std::string got(reinterpret_cast<const char*>(out.getData()) + 4, out.getSize() - 4);
-        EXPECT_EQ(Hex(got), Hex(c.want));
+        EXPECT_EQ(BytesOf(out).substr(4), c.want);
         EXPECT_EQ(ok, c.ok);
     }
 }
@@ -100,7 +92,6 @@ TEST(EncodingConvert, TableRoutesAndResults) {
         {"zero takes the other side", 0, 65001, "\xC3", "\xC3", true},
         {"unknown source", 4711, 65001, "a", "", false},
         {"unknown target", 65001, 4711, "a", "", false},
-        {"52936 has no route", 52936, 65001, "a", "", false},
         {"shift-jis to utf-8", 932, 65001, "\x82\xA0" "A", "\xE3\x81\x82" "A", true},
         {"utf-8 to gb2312", 65001, 936, "\xE4\xB8\xAD", "\xD6\xD0", true},
         {"big5 lone lead byte", 950, 1200, "\xA4", "", false},
@@ -212,10 +203,10 @@ TEST(EncodingConvert, ByNames) {
         DataBuffer out;
         EncodingConvert conv;
         EXPECT_EQ(conv.convertByNames(c.from, c.to, "\xE0", 1, out), c.ok);
-        EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.getData()), out.getSize()), c.want);
+        EXPECT_EQ(BytesOf(out), c.want);
     }
     DataBuffer out;
     EncodingConvert conv;
     EXPECT_TRUE(conv.convertFromName("windows-1252", 65001, "\x80", 1, out));
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(out.getData()), out.getSize()), "\xE2\x82\xAC");
+    EXPECT_EQ(BytesOf(out), "\xE2\x82\xAC");
 }

@@ -15,30 +15,16 @@ using brelkin::StringBuffer;
 
 namespace {
 
-std::string xmlOf(Logger& log) {
+// Renders the log in one of its forms into a buffer holding junk first.
+std::string render(Logger& log, void (Logger::*form)(StringBuffer&) = &Logger::getXml) {
     StringBuffer out("this junk should be ignored");
-    log.getXml(out);
+    (log.*form)(out);
     return out.getString();
 }
 
-std::string textOf(Logger& log) {
-    StringBuffer out("junk");
-    log.getText(out);
-    return out.getString();
-}
-
-std::string htmlOf(Logger& log) {
-    StringBuffer out("junk");
-    log.getHtml(out);
-    return out.getString();
-}
+std::string xmlOf(Logger& log) { return render(log); }
 
 }  // namespace
-
-TEST(Logger, FreshLogRendersOnlyTheRoot) {
-    Logger log;
-    EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n</BrelkinLog>\r\n");
-}
 
 TEST(Logger, EmptyContextVanishesExceptDirectlyUnderRoot) {
     Logger log;
@@ -59,7 +45,7 @@ TEST(Logger, EmptyContextVanishesExceptDirectlyUnderRoot) {
               "</outer>\r\n</BrelkinLog>\r\n");
 }
 
-TEST(Logger, LeavingTheRootChangesNothing) {
+TEST(Logger, DepthStopsAtTheRootAndClearStartsAfresh) {
     Logger log;
     log.LogInfo("x");
     log.leaveContext();
@@ -67,10 +53,20 @@ TEST(Logger, LeavingTheRootChangesNothing) {
     EXPECT_EQ(log.getDepth(), 0);
     log.LogInfo("y");
     EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n<info>x</info>\r\n<info>y</info>\r\n</BrelkinLog>\r\n");
+
+    log.enterContext("a", 1);
+    log.enterContext("b", 1);
+    log.clearLog();
+    EXPECT_EQ(log.getDepth(), 0);
+    log.LogInfo("after");
+    EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n<info>after</info>\r\n</BrelkinLog>\r\n");
 }
 
-TEST(Logger, NamedValuesGetCleanedNames) {
+TEST(Logger, NamedValuesGetCleanedNamesAndNullTextsVanish) {
     Logger log;
+    EXPECT_TRUE(log.LogError(nullptr));
+    EXPECT_TRUE(log.LogInfo(nullptr));
+    EXPECT_TRUE(log.LogRaw(nullptr));
     EXPECT_TRUE(log.LogData(" file name\t", "x"));
     EXPECT_FALSE(log.LogData("  ", "x"));
     EXPECT_FALSE(log.LogDataLong(nullptr, 1));
@@ -81,14 +77,6 @@ TEST(Logger, NamedValuesGetCleanedNames) {
     EXPECT_EQ(xmlOf(log),
               "<BrelkinLog>\r\n<file_name>x</file_name>\r\n<a>(NULL)</a>\r\n<n>-12</n>\r\n"
               "<big>5000000000</big>\r\n<h>0xbeef</h>\r\n</BrelkinLog>\r\n");
-}
-
-TEST(Logger, NullTextsAreIgnored) {
-    Logger log;
-    EXPECT_TRUE(log.LogError(nullptr));
-    EXPECT_TRUE(log.LogInfo(nullptr));
-    EXPECT_TRUE(log.LogRaw(nullptr));
-    EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n</BrelkinLog>\r\n");
 }
 
 TEST(Logger, XmlWrapsValuesInCdataOnlyWhenNeeded) {
@@ -132,7 +120,7 @@ TEST(Logger, HtmlEncodesEntitiesAndQuotesContexts) {
     log.LogError("a<b");
     log.LogData("k", "\"&\"");
     log.leaveContext();
-    EXPECT_EQ(htmlOf(log),
+    EXPECT_EQ(render(log, &Logger::getHtml),
               "BrelkinLog:<blockquote>\r\nctx:<blockquote>\r\na&lt;b<br>\r\n"
               "k: &quot;&amp;&quot;<br>\r\n</blockquote>\r\n</blockquote>\r\n");
 }
@@ -143,18 +131,7 @@ TEST(Logger, TextIndentsTwoBlanksPerLevel) {
     log.enterContext("a", 1);
     log.enterContext("b", 1);
     log.LogData("k", "v");
-    EXPECT_EQ(textOf(log), "BrelkinLog:\r\n  top\r\n  a:\r\n    b:\r\n      k: v\r\n");
-}
-
-TEST(Logger, ClearLogLeavesOneNewRootAtDepthZero) {
-    Logger log;
-    log.enterContext("a", 1);
-    log.enterContext("b", 1);
-    log.LogInfo("x");
-    log.clearLog();
-    EXPECT_EQ(log.getDepth(), 0);
-    log.LogInfo("after");
-    EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n<info>after</info>\r\n</BrelkinLog>\r\n");
+    EXPECT_EQ(render(log, &Logger::getText), "BrelkinLog:\r\n  top\r\n  a:\r\n    b:\r\n      k: v\r\n");
 }
 
 TEST(Logger, EchoFileIndentsFourBlanksPerDepth) {
@@ -186,20 +163,15 @@ TEST(Logger, EchoFileIndentsFourBlanksPerDepth) {
     EXPECT_EQ(log.getDepth(), 0);
 }
 
-TEST(Logger, EchoFileThatCannotOpenIsSkipped) {
-    Logger log;
-    log.setEchoFile("/nonexistent-dir/echo.txt");
-    EXPECT_TRUE(log.LogInfo("still logged"));
-    EXPECT_NE(xmlOf(log).find("still logged"), std::string::npos);
-}
-
-TEST(Logger, SaveToFileWritesTheXmlForm) {
+TEST(Logger, SaveWritesTheXmlFormAndBadPathsAreSkipped) {
     testsupport::TempDir dir;
     Logger log;
-    log.LogInfo("saved");
+    log.setEchoFile(dir.file("missing/echo.txt").c_str());
+    EXPECT_TRUE(log.LogInfo("saved"));
     ASSERT_TRUE(log.saveToFile(dir.file("log.xml").c_str()));
     EXPECT_EQ(testsupport::ReadFile(dir.file("log.xml")), xmlOf(log));
-    EXPECT_FALSE(log.saveToFile((dir.path() + "/missing/log.xml").c_str()));
+    EXPECT_NE(xmlOf(log).find("saved"), std::string::npos);
+    EXPECT_FALSE(log.saveToFile(dir.file("missing/log.xml").c_str()));
 }
 
 TEST(Logger, ConcurrentWritersLoseNoEntry) {

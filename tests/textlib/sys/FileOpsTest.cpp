@@ -295,9 +295,10 @@ TEST(FileOps, StreamHandleReadsToEnd) {
     EXPECT_TRUE(eof);
 }
 
-TEST(DataBufferLoadFile, KeepsFourZeroBytesBehindTheData) {
+TEST(DataBufferLoadFile, KeepsFourZeroBytesBehindTheDataAndClearsOnFailure) {
     testsupport::TempDir dir;
     ASSERT_TRUE(testsupport::WriteFile(dir.file("a"), "abcdef"));
+    ASSERT_TRUE(testsupport::WriteFile(dir.file("empty"), ""));
     brelkin::DataBuffer buffer;
     buffer.append("stale", 5);
     ASSERT_TRUE(buffer.loadFile(dir.file("a").c_str(), nullptr));
@@ -305,16 +306,9 @@ TEST(DataBufferLoadFile, KeepsFourZeroBytesBehindTheData) {
     EXPECT_EQ(buffer.getCapacity(), 10u);
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(buffer.getData()), 10),
               std::string("abcdef\0\0\0\0", 10));
-}
 
-TEST(DataBufferLoadFile, EmptyAndMissingFiles) {
-    testsupport::TempDir dir;
-    ASSERT_TRUE(testsupport::WriteFile(dir.file("empty"), ""));
-    brelkin::DataBuffer buffer;
-    buffer.append("stale", 5);
     EXPECT_TRUE(buffer.loadFile(dir.file("empty").c_str(), nullptr));
     EXPECT_EQ(buffer.getSize(), 0u);
-
     buffer.append("stale", 5);
     Logger log;
     EXPECT_FALSE(buffer.loadFile(dir.file("missing").c_str(), &log));
