@@ -215,17 +215,17 @@ class Service:
 
     # Queue files -------------------------------------------------------
 
-    def drop(self, name, data):
+    def drop(self, name, data, folder="pickup"):
         """Puts a queue file in place the way producers should: written, then renamed."""
         name = os.fsencode(name)
-        temp = os.path.join(os.fsencode(self.path("pickup")), b".drop-" + str(os.getpid()).encode())
+        temp = os.path.join(os.fsencode(self.path(folder)), b".drop-" + str(os.getpid()).encode())
         with open(temp, "wb") as f:
             f.write(data)
-        os.rename(temp, os.path.join(os.fsencode(self.path("pickup")), name))
+        os.rename(temp, os.path.join(os.fsencode(self.path(folder)), name))
 
-    def submit(self, name, port, subject=None, **kwargs):
+    def submit(self, name, port, subject=None, folder="pickup", **kwargs):
         """A queue file for `port`; the subject is the name without ".nvq" unless given."""
-        self.drop(name, queue_text(port, subject or name.rsplit(".", 1)[0], **kwargs))
+        self.drop(name, queue_text(port, subject or name.rsplit(".", 1)[0], **kwargs), folder)
 
     def pickup(self):
         return sorted(n for n in os.listdir(os.fsencode(self.path("pickup")))
