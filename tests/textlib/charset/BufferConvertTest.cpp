@@ -19,13 +19,11 @@ TEST(DataBufferConvert, LooksLikeMislabelledUtf8) {
         bool want;
     } cases[] = {
         {"plain latin-1 text", "caf\xE9", 1252, false},
-        {"utf-8 in a page that maps every byte", "caf\xC3\xA9", 1252, false},
         // Only the last stage of the conversion decides, and UTF-16 to UTF-8
         // of whole units never fails: a pair found still gives false.
         {"utf-8 in a page with holes", "caf\xC3\xA9 \xC3\x81", 1253, false},
         {"odd byte count fails the conversion", "\xC3\xA9" "A", 1200, true},
         {"pair at the very end is not a start", "abc\xC3", 1253, false},
-        {"no pair, unmapped byte", "\xAA", 1253, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
