@@ -14,8 +14,11 @@
 // Input:       lines may end in LF or CR LF; a line that cannot be read is
 //              skipped by reads and written back unchanged.
 // Diagnostics: every call returns 0 or a Windows error number: 2 key or value
-//              not found, 5 access denied, 87 bad name or text, 1009 the file
-//              cannot be parsed at all (it is then never rewritten).
+//              not found, 5 access denied, 33 the file lock is kept by another
+//              process, 87 bad name or text, 1009 the file cannot be parsed at
+//              all, or is empty or ends inside a line (someone is writing it in
+//              place): it is then never rewritten, and a read looks again for up
+//              to 50 ms before it takes such a file as it stands.
 // Known gaps:  only string and dword values are understood; the 64-bit view
 //              flag is accepted and has no effect.
 // See also:    posix/Registry.cpp, SystemError.h

@@ -161,7 +161,7 @@ class SettingsFile(FaultTest):
                 self.assertEqual(identity(registry), before)
                 self.assertEqual(temporaries(service), [])
 
-    def test_a_file_cut_mid_line_keeps_what_it_has_and_takes_defaults_for_the_rest(self):
+    def test_a_file_cut_mid_line_keeps_what_it_has_takes_defaults_for_the_rest_and_stays(self):
         service = Service(self, keep_sent=0)
         peer = Peer(self, service.path("mail"))
         registry = service.path("registry.reg")
@@ -178,10 +178,9 @@ class SettingsFile(FaultTest):
         self.assertAlive(service, proc)
         # KeepSentMails 0 was in the part cut off: the default 1 keeps a copy.
         self.assertIn("cut.hst", service.listing("sent"))
-        now = service.read(registry)
-        self.assertTrue(now.startswith(whole[:cut] + b"\r\n"), now)  # the cut line kept as it was
-        self.assertIn(b'"KeepSentMails"=dword:00000001\r\n', now)
-        self.assertIn(b"[HKEY_LOCAL_MACHINE\\Software\\Norvane\\Telmora\\Trace]", now)
+        # A file ending inside a line may still be being written: never rewritten.
+        self.assertEqual(service.read(registry), whole[:cut])
+        self.assertEqual(temporaries(service), [])
 
     def test_a_lock_held_by_another_process_neither_stops_delivery_nor_is_written_through(self):
         if not tool_works(["flock", "-n", "/dev/null", "true"]):
@@ -226,7 +225,8 @@ class InPlaceEdits(FaultTest):
         good = service.read(registry)  # as the service wrote it back: nothing left to change
 
         # Truncate, half, the rest, over and over across a re-read: what a shell
-        # redirection or an editor that saves in place does.
+        # redirection or an editor that saves in place does. A read in the
+        # middle looks again; a write-back never replaces an unfinished file.
         stop = threading.Event()
         rounds = [0]
 
@@ -244,6 +244,7 @@ class InPlaceEdits(FaultTest):
                 f.write(good[len(good) // 2:])
                 f.flush()
                 rounds[0] += 1
+                time.sleep(0.002)  # saves in quick succession, not one endless truncation
             f.close()
 
         time.sleep(max(0, first_pass + 27 - time.monotonic()))
@@ -266,9 +267,6 @@ class InPlaceEdits(FaultTest):
     def test_a_writer_opening_the_file_anew_each_time(self):
         self.rewrite_across_a_reread(keep_descriptor=False)
 
-    @unittest.skip("known fault: a read between truncate and write takes the defaults and writes them "
-                   "back by rename, so the writer goes on writing into the replaced file and the "
-                   "settings stay at their defaults (no pickup folder) for good")
     def test_a_writer_keeping_its_descriptor(self):
         self.rewrite_across_a_reread(keep_descriptor=True)
 

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -147,6 +148,37 @@ TEST(Registry, UnparsableFileIsReadAsEmptyAndNeverRewritten) {
     EXPECT_EQ(2u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software", "a", value, true));
     EXPECT_EQ(kErrorBadDatabase, CreateRegistryKey(HKEY_LOCAL_MACHINE, "Software\\B", true));
     EXPECT_EQ(garbage, ReadFile(reg.path()));
+}
+
+// Empty, or ending inside a line: someone may be writing the file in place,
+// and a rewrite by rename would send the rest of their text to the old file.
+TEST(Registry, AFileThatMayStillBeWrittenIsReadButNeverRewritten) {
+    ScratchRegistry reg;
+    const std::string cut = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\A]\n\"a\"=\"b\"\n\"c\"=dwo";
+    for (const std::string& text : {std::string(), cut}) {
+        ASSERT_TRUE(WriteFile(reg.path(), text));
+        EXPECT_EQ(kErrorBadDatabase, SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "n", 1, true));
+        EXPECT_EQ(text, ReadFile(reg.path()));
+    }
+    RegistryValue value;
+    EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "a", value, true));
+    ASSERT_TRUE(WriteFile(reg.path(), cut + "rd:00000001\n"));
+    EXPECT_EQ(0u, SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "n", 1, true));
+}
+
+// A read that finds the file truncated by an in-place save looks again
+// rather than taking the defaults that the write-back would then make stay.
+TEST(Registry, AReadBetweenTruncationAndWriteWaitsForTheText) {
+    ScratchRegistry reg;
+    const std::string whole = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\A]\n\"a\"=\"b\"\n";
+    ASSERT_TRUE(WriteFile(reg.path(), ""));
+    std::thread saver([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(15));
+        WriteFile(reg.path(), whole);
+    });
+    RegistryValue value;
+    EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "a", value, true));
+    saver.join();
 }
 
 TEST(Registry, RefusesTextsThatCannotStayOnOneLine) {

@@ -26,6 +26,8 @@ namespace {
 
 constexpr const char* kDefaultPath = "/etc/telmoraq/registry.reg";
 constexpr size_t kMaxFileSize = 16u << 20;  // a registry file beyond this is refused as corrupt
+constexpr int kUnfinishedRereads = 10;       // at 5 ms: an in-place save takes far less
+constexpr int kUnfinishedRereadMs = 5;
 
 // Our own writers hold the lock for one read and one flushed rewrite; a wait
 // far beyond that means a process keeps it, and the settings write-back that
@@ -269,23 +271,37 @@ Line* FindValue(Section& section, const std::string& name) {
     return nullptr;
 }
 
-// The registry as it stands; a missing file is empty, an unreadable one unparsed.
-Document Load(const std::string& path) {
+// Empty or ending inside a line: someone may be rewriting the file in place.
+bool LooksUnfinished(const std::string& text) { return text.empty() || text.back() != '\n'; }
+
+// The file's text; false when it cannot be read as a regular file.
+bool ReadText(const std::string& path, std::string& text, bool& missing) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) {
-        Document doc;
-        doc.parsed = errno == ENOENT;
-        return doc;
-    }
+    missing = fd < 0 && errno == ENOENT;
+    if (fd < 0) return false;
     struct stat st {};
-    std::string text;
-    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
-              posix::ReadAll(fd, text, kMaxFileSize);
+    text.clear();
+    const bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+                    posix::ReadAll(fd, text, kMaxFileSize);
     ::close(fd);
-    if (!ok) {
-        Document doc;
-        doc.parsed = false;
-        return doc;
+    return ok;
+}
+
+// The registry as it stands; a missing file is empty, an unreadable one
+// unparsed. A file caught in the middle of an in-place rewrite is looked at
+// again a few times, so that a read between its truncation and its writes
+// does not take defaults that a later write-back would make permanent.
+Document Load(const std::string& path) {
+    std::string text;
+    bool missing = false;
+    for (int attempt = 0;; ++attempt) {
+        if (!ReadText(path, text, missing)) {
+            Document doc;
+            doc.parsed = missing;
+            return doc;
+        }
+        if (!LooksUnfinished(text) || attempt == kUnfinishedRereads) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(kUnfinishedRereadMs));
     }
     return Parse(text);
 }
@@ -339,7 +355,8 @@ using Change = std::function<uint32_t(Document&)>;
 uint32_t Modify(const Change& change) {
     const std::string path = RegistryFilePath();
     std::lock_guard<std::mutex> guard(g_writeMutex);
-    if (::access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+    const bool missing = ::access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    if (missing) {
         Document empty;
         uint32_t dryRun = change(empty);  // a failing change must not leave an empty file behind
         if (dryRun != 0) return dryRun;
@@ -353,8 +370,12 @@ uint32_t Modify(const Change& change) {
         ::close(fd);
         return kErrorBadDatabase;
     }
+    // A file that is empty or ends inside a line is being written in place by
+    // someone without the lock: a rewrite by rename would take its name away,
+    // and the writer's remaining bytes would go to the file replaced.
+    const bool unfinished = !missing && LooksUnfinished(text);
     Document doc = Parse(text);
-    uint32_t result = doc.parsed ? change(doc) : kErrorBadDatabase;
+    uint32_t result = doc.parsed && !unfinished ? change(doc) : kErrorBadDatabase;
     if (result == 0) {
         // Settings are written back at every read: a file that would come out
         // the same is left alone, neither rewritten nor flushed.
