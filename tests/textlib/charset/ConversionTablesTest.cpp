@@ -78,6 +78,22 @@ std::string TableUnit(int codePage, const std::string& code, bool* ok) {
     return unit ? Unit(unit) : "";
 }
 
+void Put(HashConvert& table, const std::string& key, const std::string& value) {
+    table.insert(reinterpret_cast<const uint8_t*>(key.data()), static_cast<uint32_t>(key.size()),
+                 reinterpret_cast<const uint8_t*>(value.data()), static_cast<uint32_t>(value.size()));
+}
+
+// The value stored under `key`; "<none>" for a miss, which must also set the
+// length to zero.
+std::string Find(const HashConvert& table, const std::string& key) {
+    uint8_t out[256];
+    uint32_t outLen = 99;
+    if (table.lookup(reinterpret_cast<const uint8_t*>(key.data()), static_cast<uint32_t>(key.size()), out, outLen))
+        return std::string(reinterpret_cast<const char*>(out), outLen);
+    EXPECT_EQ(outLen, 0u);
+    return "<none>";
+}
+
 struct PageReference {
     std::vector<std::pair<std::string, unsigned>> decodes;  // code -> unit
     std::vector<std::pair<unsigned, std::string>> encodes;  // unit -> code
@@ -164,54 +180,50 @@ TEST(ConversionTables, StoredFormOfLatin1) {
     EXPECT_EQ(Hex(proper), "6175a0a000010100");
 }
 
-TEST(ConversionTables, PagesWithoutRouteConvertToNothing) {
-    for (int codePage : {28600, 28601, 52936}) {
-        SCOPED_TRACE(codePage);
-        bool ok = true;
-        EXPECT_EQ(Convert(codePage, 65001, "\xE0", &ok), "");
-        EXPECT_FALSE(ok);
-        EXPECT_EQ(Convert(65001, codePage, "a", &ok), "");
-        EXPECT_FALSE(ok);
+TEST(ConversionTables, SpecialEntriesAndPagesWithoutRoute) {
+    struct Case {
+        const char* name;
+        int from, to;
+        std::string in, want;
+        bool ok;
+    } const cases[] = {
+        // 0x814E follows 0x8198 in rising Unicode order: a delta of 0xFFB6.
+        {"shift-jis delta wraps at 16 bits", 932, 1200, "\x81\x4E", Unit(0x00A8), true},
+        {"shift-jis code before the wrap", 932, 1200, "\x81\x98", Unit(0x00A7), true},
+        {"shift-jis wrapped code back", 1200, 932, Unit(0x00A8), "\x81\x4E", true},
+        {"ascii passes around the multi-byte table", 932, 1200, "A", Unit('A'), true},
+        // Best-fit entries go one way only.
+        {"best fit yen", 1200, 932, Unit(0x00A5), "\x5C", true},
+        {"best fit no-break space", 1200, 932, Unit(0x00A0), " ", true},
+        {"best-fit target reads as itself", 932, 1200, "\x5C", Unit(0x5C), true},
+        // Mac Japanese is 932 with its differences: removed private-use
+        // characters are gone both ways, the overrides hold.
+        {"mac japanese private use removed", 1200, 10001, Unit(0xF8F0), "", false},
+        {"mac japanese A0", 10001, 1200, "\xA0", Unit(0x00A0), true},
+        {"mac japanese FD", 10001, 1200, "\xFD", Unit(0x00A9), true},
+        {"mac japanese trade mark", 1200, 10001, Unit(0x2122), "\xFE", true},
+        {"mac japanese hiragana", 10001, 1200, "\x82\xA0", Unit(0x3042), true},
+        {"932 A0 is private use", 932, 1200, "\xA0", Unit(0xF8F0), true},
+        {"28600 from", 28600, 65001, "\xE0", "", false},
+        {"28600 to", 65001, 28600, "a", "", false},
+        {"28601 from", 28601, 65001, "\xE0", "", false},
+        {"28601 to", 65001, 28601, "a", "", false},
+        {"52936 from", 52936, 65001, "\xE0", "", false},
+        {"52936 to", 65001, 52936, "a", "", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        bool ok = !c.ok;
+        EXPECT_EQ(Convert(c.from, c.to, c.in, &ok), c.want);
+        EXPECT_EQ(ok, c.ok);
     }
 }
 
-TEST(ConversionTables, ShiftJisTwoByteCodesWrapAtSixteenBits) {
-    // 0x814E follows 0x8198 in rising Unicode order: a delta of 0xFFB6.
-    EXPECT_EQ(Convert(932, 1200, "\x81\x4E"), Unit(0x00A8));
-    EXPECT_EQ(Convert(932, 1200, "\x81\x98"), Unit(0x00A7));
-    EXPECT_EQ(Convert(1200, 932, Unit(0x00A8)), "\x81\x4E");
-}
-
-TEST(ConversionTables, AsciiPassesAroundMultiByteTables) {
+TEST(ConversionTables, LookupsKeepZeroForWhatIsNotInTheTable) {
     const HashConvert* table = ConversionTables::multiByteToUnicode(932);
     ASSERT_NE(table, nullptr);
-    uint8_t value[256];
-    uint32_t valueLen = 99;
-    const uint8_t key = 0x41;
-    EXPECT_FALSE(table->lookup(&key, 1, value, valueLen));
-    EXPECT_EQ(valueLen, 0u);
-    EXPECT_EQ(Convert(932, 1200, "A"), Unit('A'));
-}
+    EXPECT_EQ(Find(*table, "A"), "<none>") << "ASCII is not in a multi-byte table";
 
-TEST(ConversionTables, BestFitEntriesGoOneWayOnly) {
-    EXPECT_EQ(Convert(1200, 932, Unit(0x00A5)), "\x5C");
-    EXPECT_EQ(Convert(1200, 932, Unit(0x00A0)), " ");
-    EXPECT_EQ(Convert(932, 1200, "\x5C"), Unit(0x5C));
-}
-
-TEST(ConversionTables, MacJapaneseIs932WithItsDifferences) {
-    // Removed private-use characters are gone both ways; the overrides hold.
-    bool ok = true;
-    EXPECT_EQ(Convert(1200, 10001, Unit(0xF8F0), &ok), "");
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(Convert(10001, 1200, "\xA0"), Unit(0x00A0));
-    EXPECT_EQ(Convert(10001, 1200, "\xFD"), Unit(0x00A9));
-    EXPECT_EQ(Convert(1200, 10001, Unit(0x2122)), "\xFE");
-    EXPECT_EQ(Convert(10001, 1200, "\x82\xA0"), Unit(0x3042));
-    EXPECT_EQ(Convert(932, 1200, "\xA0"), Unit(0xF8F0));
-}
-
-TEST(ConversionTables, SingleByteLookupKeepsZeroForUnmappedBytes) {
     const brelkin::UnicodeLookup* lookup = ConversionTables::singleByteToUnicode(1252);
     ASSERT_NE(lookup, nullptr);
     EXPECT_EQ(lookup->get(0), 0);
@@ -231,7 +243,7 @@ TEST(ConversionTables, BrokenConstantsLeaveTheTableAsItWas) {
         {"wrong magic", "cAAAAAAAAAAAAAAA"},
         {"magic, broken stream", "c4aeUsyAAAAAAAAAAAAA"},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         HashConvert table;
         table.initialize(7);
@@ -241,46 +253,31 @@ TEST(ConversionTables, BrokenConstantsLeaveTheTableAsItWas) {
     }
 }
 
-TEST(HashConvert, FirstInsertOfAKeyWins) {
+TEST(HashConvert, FirstInsertWinsAndRemovalFreesTheBucket) {
     HashConvert table;
     table.initialize(5);
-    const uint8_t key[2] = {0x12, 0x34};
-    table.insert(key, 2, reinterpret_cast<const uint8_t*>("a"), 1);
-    table.insert(key, 2, reinterpret_cast<const uint8_t*>("bb"), 2);
-    uint8_t out[256];
-    uint32_t outLen = 0;
-    ASSERT_TRUE(table.lookup(key, 2, out, outLen));
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(out), outLen), "a");
-    // The same first byte with another length is another key.
-    EXPECT_FALSE(table.lookup(key, 1, out, outLen));
-    EXPECT_EQ(outLen, 0u);
-}
+    Put(table, "\x12\x34", "a");
+    Put(table, "\x12\x34", "bb");
+    EXPECT_EQ(Find(table, "\x12\x34"), "a");
+    EXPECT_EQ(Find(table, "\x12"), "<none>") << "the same first byte with another length is another key";
 
-TEST(HashConvert, RemovingTheLastEntryFreesTheBucket) {
-    HashConvert table;
-    table.initialize(3);
-    const uint8_t a[1] = {3}, b[1] = {6}, value[1] = {9};  // both in bucket 0
-    table.insert(a, 1, value, 1);
-    table.insert(b, 1, value, 1);
-    table.remove(a, 1);
-    EXPECT_FALSE(table.isBucketEmpty(0));
-    uint8_t out[256];
-    uint32_t outLen = 0;
-    EXPECT_TRUE(table.lookup(b, 1, out, outLen));
-    table.remove(b, 1);
-    EXPECT_TRUE(table.isBucketEmpty(0));
+    HashConvert small;
+    small.initialize(3);
+    Put(small, "\x03", "\x09");  // both keys in bucket 0
+    Put(small, "\x06", "\x09");
+    small.remove(reinterpret_cast<const uint8_t*>("\x03"), 1);
+    EXPECT_FALSE(small.isBucketEmpty(0));
+    EXPECT_EQ(Find(small, "\x06"), "\x09");
+    small.remove(reinterpret_cast<const uint8_t*>("\x06"), 1);
+    EXPECT_TRUE(small.isBucketEmpty(0));
 }
 
 TEST(HashConvert, InvertKeepsTheFirstOfCollidingValues) {
     HashConvert forward, inverse;
     forward.initialize(1);
     inverse.initialize(4);
-    const uint8_t u1[2] = {0xA5, 0x00}, u2[2] = {0x5C, 0x00}, code[1] = {0x5C};
-    forward.insert(u1, 2, code, 1);
-    forward.insert(u2, 2, code, 1);
+    Put(forward, std::string("\xA5\x00", 2), "\x5C");
+    Put(forward, std::string("\x5C\x00", 2), "\x5C");
     forward.invertInto(inverse);
-    uint8_t out[256];
-    uint32_t outLen = 0;
-    ASSERT_TRUE(inverse.lookup(code, 1, out, outLen));
-    EXPECT_EQ(Hex(std::string(reinterpret_cast<char*>(out), outLen)), "a500");
+    EXPECT_EQ(Find(inverse, "\x5C"), std::string("\xA5\x00", 2));
 }
