@@ -266,26 +266,18 @@ TEST(Registry, FullDiskLeavesTheOldFileWhole) {
     std::string big = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\A]\n";
     for (int i = 0; big.size() < 40000; ++i)
         big += "\"v" + std::to_string(i) + "\"=\"" + std::string(60, 'x') + "\"\n";
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        if (!testsupport::MountTinyFileSystem(tiny)) ::_exit(77);
+    const int result = testsupport::OnTinyFileSystem(tiny, [&] {
         ::setenv("TELMORAQ_REGISTRY", path.c_str(), 1);
-        if (!WriteFile(path, big)) ::_exit(2);
+        if (!WriteFile(path, big)) return false;
         const uint32_t error = SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "n", 1, true);
         RegistryValue value;
         const bool intact = ReadFile(path) == big &&
                             QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "v0", value, true) == 0;
         std::error_code ec;
-        size_t entries = 0;
-        for (auto it = std::filesystem::directory_iterator(tiny, ec);
-             it != std::filesystem::directory_iterator(); ++it)
-            ++entries;
-        ::_exit(error == kErrorDiskFull && intact && entries == 1 ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(pid, ::waitpid(pid, &status, 0));
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no user namespaces here: disk-full case skipped";
-    EXPECT_EQ(0, WEXITSTATUS(status)) << "old file damaged, wrong error or a temporary file left";
+        const auto entries =
+            std::distance(std::filesystem::directory_iterator(tiny, ec), std::filesystem::directory_iterator());
+        return error == kErrorDiskFull && intact && entries == 1;
+    });
+    if (result == 77) GTEST_SKIP() << "no user namespaces here: disk-full case skipped";
+    EXPECT_EQ(0, result) << "old file damaged, wrong error or a temporary file left";
 }

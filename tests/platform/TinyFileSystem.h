@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
@@ -30,6 +31,17 @@ inline bool MountTinyFileSystem(const std::string& where) {
         !put("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1"))
         return false;
     return ::mount("none", where.c_str(), "tmpfs", 0, "size=64k") == 0;
+}
+
+// Runs `body` in a forked child on a tiny file system at `where`: 0 when it
+// returned true, 1 when false, 77 where the mount is forbidden, -1 when lost.
+template <typename Body>
+int OnTinyFileSystem(const std::string& where, Body body) {
+    const pid_t pid = ::fork();
+    if (pid == 0) ::_exit(!MountTinyFileSystem(where) ? 77 : body() ? 0 : 1);
+    int status = 0;
+    if (pid < 0 || ::waitpid(pid, &status, 0) != pid || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status);
 }
 
 }  // namespace testsupport
