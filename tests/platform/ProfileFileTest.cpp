@@ -30,12 +30,17 @@ std::string Section(const std::string& file, const char* name, size_t size, size
     return buffer;
 }
 
-}  // namespace
-
-TEST(ProfileFile, SectionReadsAsZeroSeparatedBlock) {
+// A scratch folder holding the journal above.
+class ProfileFile : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(WriteFile(file, kJournal)); }
     testsupport::TempDir dir;
     const std::string file = dir.file("journal.ini");
-    ASSERT_TRUE(WriteFile(file, kJournal));
+};
+
+}  // namespace
+
+TEST_F(ProfileFile, SectionReadsAsZeroSeparatedBlock) {
     struct Case {
         const char* name;
         const char* section;
@@ -59,10 +64,7 @@ TEST(ProfileFile, SectionReadsAsZeroSeparatedBlock) {
     EXPECT_EQ(std::string("\0\0", 2), Section(dir.file("missing.ini"), "Log", 2, returned));
 }
 
-TEST(ProfileFile, IntegerFallsBackToTheDefault) {
-    testsupport::TempDir dir;
-    const std::string file = dir.file("journal.ini");
-    ASSERT_TRUE(WriteFile(file, kJournal));
+TEST_F(ProfileFile, IntegerFallsBackToTheDefault) {
     EXPECT_EQ(12, GetPrivateProfileInt("INIT", "nextentry", 5, file));
     EXPECT_EQ(5, GetPrivateProfileInt("Init", "Bad", 5, file));
     EXPECT_EQ(5, GetPrivateProfileInt("Init", "Missing", 5, file));
@@ -70,10 +72,7 @@ TEST(ProfileFile, IntegerFallsBackToTheDefault) {
     EXPECT_EQ(5, GetPrivateProfileInt("Init", "NextEntry", 5, dir.file("missing.ini")));
 }
 
-TEST(ProfileFile, KeyWritesReplaceAddAndDeleteInPlace) {
-    testsupport::TempDir dir;
-    const std::string file = dir.file("journal.ini");
-    ASSERT_TRUE(WriteFile(file, kJournal));
+TEST_F(ProfileFile, KeyWritesReplaceAddAndDeleteInPlace) {
     EXPECT_TRUE(WritePrivateProfileString("init", "NEXTENTRY", "13", file));
     EXPECT_TRUE(WritePrivateProfileString("Init", "Added", "1", file));
     EXPECT_TRUE(WritePrivateProfileString("Init", "Bad", nullptr, file));
@@ -92,10 +91,7 @@ TEST(ProfileFile, KeyWritesReplaceAddAndDeleteInPlace) {
         ReadFile(file));
 }
 
-TEST(ProfileFile, SectionWritesReplaceOrDeleteTheWholeSection) {
-    testsupport::TempDir dir;
-    const std::string file = dir.file("journal.ini");
-    ASSERT_TRUE(WriteFile(file, kJournal));
+TEST_F(ProfileFile, SectionWritesReplaceOrDeleteTheWholeSection) {
     const char block[] = "a=1\0b=2\0";
     EXPECT_TRUE(WritePrivateProfileSection("LOG", block, file));
     EXPECT_TRUE(WritePrivateProfileSection("Init", nullptr, file));
