@@ -180,45 +180,6 @@ TEST(ConversionTables, StoredFormOfLatin1) {
     EXPECT_EQ(Hex(proper), "6175a0a000010100");
 }
 
-TEST(ConversionTables, SpecialEntriesAndPagesWithoutRoute) {
-    struct Case {
-        const char* name;
-        int from, to;
-        std::string in, want;
-        bool ok;
-    } const cases[] = {
-        // 0x814E follows 0x8198 in rising Unicode order: a delta of 0xFFB6.
-        {"shift-jis delta wraps at 16 bits", 932, 1200, "\x81\x4E", Unit(0x00A8), true},
-        {"shift-jis code before the wrap", 932, 1200, "\x81\x98", Unit(0x00A7), true},
-        {"shift-jis wrapped code back", 1200, 932, Unit(0x00A8), "\x81\x4E", true},
-        {"ascii passes around the multi-byte table", 932, 1200, "A", Unit('A'), true},
-        // Best-fit entries go one way only.
-        {"best fit yen", 1200, 932, Unit(0x00A5), "\x5C", true},
-        {"best fit no-break space", 1200, 932, Unit(0x00A0), " ", true},
-        {"best-fit target reads as itself", 932, 1200, "\x5C", Unit(0x5C), true},
-        // Mac Japanese is 932 with its differences: removed private-use
-        // characters are gone both ways, the overrides hold.
-        {"mac japanese private use removed", 1200, 10001, Unit(0xF8F0), "", false},
-        {"mac japanese A0", 10001, 1200, "\xA0", Unit(0x00A0), true},
-        {"mac japanese FD", 10001, 1200, "\xFD", Unit(0x00A9), true},
-        {"mac japanese trade mark", 1200, 10001, Unit(0x2122), "\xFE", true},
-        {"mac japanese hiragana", 10001, 1200, "\x82\xA0", Unit(0x3042), true},
-        {"932 A0 is private use", 932, 1200, "\xA0", Unit(0xF8F0), true},
-        {"28600 from", 28600, 65001, "\xE0", "", false},
-        {"28600 to", 65001, 28600, "a", "", false},
-        {"28601 from", 28601, 65001, "\xE0", "", false},
-        {"28601 to", 65001, 28601, "a", "", false},
-        {"52936 from", 52936, 65001, "\xE0", "", false},
-        {"52936 to", 65001, 52936, "a", "", false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        bool ok = !c.ok;
-        EXPECT_EQ(Convert(c.from, c.to, c.in, &ok), c.want);
-        EXPECT_EQ(ok, c.ok);
-    }
-}
-
 TEST(ConversionTables, LookupsKeepZeroForWhatIsNotInTheTable) {
     const HashConvert* table = ConversionTables::multiByteToUnicode(932);
     ASSERT_NE(table, nullptr);
