@@ -39,41 +39,37 @@ TEST(ParseEngine, SeekFoldsOnlyAsciiLetters) {
 }
 
 TEST(ParseEngine, CapturesStopWhereTheyShould) {
+    enum Kind { AnyOf, Four, Unescaped, ToChar, OutsideQuotes };
     struct Case {
         const char* name;
         const char* text;
-        int (*capture)(ParseEngine&, StringBuffer&);
+        Kind kind;
+        const char* arg;  // the set, or the character first in it
         const char* want;
         char stopsOn;
     };
     const Case cases[] = {
-        {"any of", "ab;c,d",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureUntilAnyOf(",;", o); }, "ab", ';'},
-        {"empty set", "abc",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureUntilAnyOf("", o); }, "", 'a'},
-        {"four", "ab\tc",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureUntil4(" \t\r\n", o); }, "ab",
-         '\t'},
-        {"unescaped", "a\\\"b\"c",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureUntilUnescaped("\"", o); },
-         "a\\\"b", '"'},
-        {"to end", "abc",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureToChar('x', o); }, "abc", 0},
-        {"outside quotes", "a\">\"'>'b>c",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureToCharOutsideQuotes('>', o); },
-         "a\">\"'>'b", '>'},
-        {"unclosed quote falls back", "a'b>c",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureToCharOutsideQuotes('>', o); },
-         "a'b", '>'},
-        {"mixed quotes do not close", "a\"x'>y\">z",
-         [](ParseEngine& p, StringBuffer& o) { return p.captureToCharOutsideQuotes('>', o); },
-         "a\"x'>y\"", '>'},
+        {"any of", "ab;c,d", AnyOf, ",;", "ab", ';'},
+        {"empty set", "abc", AnyOf, "", "", 'a'},
+        {"four", "ab\tc", Four, " \t\r\n", "ab", '\t'},
+        {"unescaped", "a\\\"b\"c", Unescaped, "\"", "a\\\"b", '"'},
+        {"to end", "abc", ToChar, "x", "abc", 0},
+        {"outside quotes", "a\">\"'>'b>c", OutsideQuotes, ">", "a\">\"'>'b", '>'},
+        {"unclosed quote falls back", "a'b>c", OutsideQuotes, ">", "a'b", '>'},
+        {"mixed quotes do not close", "a\"x'>y\">z", OutsideQuotes, ">", "a\"x'>y\"", '>'},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         ParseEngine parser(c.text);
         StringBuffer out("pre:");
-        int count = c.capture(parser, out);
+        int count = 0;
+        switch (c.kind) {
+            case AnyOf: count = parser.captureUntilAnyOf(c.arg, out); break;
+            case Four: count = parser.captureUntil4(c.arg, out); break;
+            case Unescaped: count = parser.captureUntilUnescaped(c.arg, out); break;
+            case ToChar: count = parser.captureToChar(c.arg[0], out); break;
+            case OutsideQuotes: count = parser.captureToCharOutsideQuotes(c.arg[0], out); break;
+        }
         EXPECT_STREQ(out.getString(), (std::string("pre:") + c.want).c_str());
         EXPECT_EQ(count, static_cast<int>(std::string(c.want).size()));
         EXPECT_EQ(parser.currentChar(), c.stopsOn);
