@@ -6,23 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "mime/ContentCoding.h"
+#include "MimeTestText.h"
 #include "textlib/buffers/StringBuffer.h"
 #include "textlib/charset/BkCharset.h"
 #include "textlib/log/LogNull.h"
 
-using brelkin::ContentCoding;
 using brelkin::MimeField;
 using brelkin::StringBuffer;
+using mimetest::str;
 
 namespace {
 
 const char kUe[] = "\xC3\xBC";                                   // u umlaut
 const char kNihongo[] = "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E";  // three CJK characters
-
-std::string str(const StringBuffer& b) {
-    return std::string(b.getString(), b.getSize());
-}
 
 MimeField parsed(const std::string& raw) {
     MimeField field;
@@ -33,6 +29,7 @@ MimeField parsed(const std::string& raw) {
     return field;
 }
 
+// The field read as a receiving program would: folds out, words decoded.
 std::string value(const std::string& raw) {
     return str(parsed(raw).m_value);
 }
@@ -52,61 +49,49 @@ std::string written(const std::string& raw, const char* charset) {
 }
 
 std::vector<std::string> lines(const std::string& s) {
-    std::vector<std::string> out;
-    size_t start = 0;
-    for (size_t at = s.find("\r\n"); at != std::string::npos; at = s.find("\r\n", start)) {
-        out.push_back(s.substr(start, at - start));
-        start = at + 2;
-    }
-    out.push_back(s.substr(start));
-    return out;
+    return mimetest::split(s, "\r\n");
 }
 
-// The field read back as a receiving program would: folds out, words decoded.
-std::string readBack(const std::string& header) {
-    MimeField field = parsed(header);
-    return str(field.m_value);
-}
+struct Case {
+    std::string input;
+    std::string want;
+};
 
 }  // namespace
 
-TEST(MimeFieldParse, NamesBlanksAndListSeparators) {
+TEST(MimeFieldParse, NamesBlanksSeparatorsAndEncodedWords) {
+    const Case cases[] = {
+        {"X-Other:   a  ", "a"},
+        {"To: a@b.c; d@e.f", "a@b.c, d@e.f"},
+        {"From: a@b.c; d@e.f", "a@b.c; d@e.f"},
+        {"Received: from a  \t by b;\r\n\t Mon", "from a by b; Mon"},
+        {"Empty:", ""},
+        {"Subject: =?utf-8?Q?caf=C3=A9?=\r\n\t=?utf-8?B?IGF1IGxhaXQ=?=", "caf\xC3\xA9 au lait"},
+        {"Subject: =?iso-8859-1?q?K=FC?=\r\n =?iso-8859-1?Q?hl?=", "K\xC3\xBChl"},
+        {"Subject: long\r\n\tline", "longline"},       // unfolding takes the blank
+        {"Subject: =?utf-8?Q?a?= =?utf-8?Q?b", "a "},  // a cut-off word goes
+        // A comma out of an encoded word is part of a name, not a separator.
+        {"To: =?utf-8?Q?Doe=2C_John?= <j@x.org>", "\"Doe, John\" <j@x.org>"},
+        {"Cc: =?utf-8?B?TcO8bGxlciwgQW5uYQ==?= <a@x.org>, Bob <b@y.org>",
+         "\"M\xC3\xBCller, Anna\" <a@x.org>,Bob <b@y.org>"},
+        // No comma decoded: the list stands as it was.
+        {"To: =?utf-8?Q?Doe_John?= <j@x.org>, k@y.org", "Doe John <j@x.org>, k@y.org"},
+        {"Subject: =?utf-8?Q?a=2Cb?=", "a,b"},
+        // No address to rebuild from: the text is kept.
+        {"To: =?utf-8?Q?undisclosed-recipients=2C_all?=:;", "undisclosed-recipients, all:,"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(value(c.input), c.want) << c.input;
+
     MimeField subject = parsed("Subject:   a  ");
     EXPECT_EQ(str(subject.m_value), "  a  ") << "one blank behind the colon goes, no trim";
     EXPECT_EQ(written(subject, "us-ascii"), "Subject:   a  ");
-    EXPECT_EQ(value("X-Other:   a  "), "a");
     EXPECT_EQ(std::string(parsed(" X Foo <bar> : v").getName()), "X-Foo--bar-");
-
-    EXPECT_EQ(value("To: a@b.c; d@e.f"), "a@b.c, d@e.f");
-    EXPECT_EQ(value("From: a@b.c; d@e.f"), "a@b.c; d@e.f");
-    EXPECT_EQ(value("Received: from a  \t by b;\r\n\t Mon"), "from a by b; Mon");
-    EXPECT_EQ(value("Empty:"), "");
 
     MimeField field;
     brelkin::LogNull log;
     EXPECT_FALSE(field.parse(StringBuffer("no colon here"), log, true));
     EXPECT_TRUE(parsed("User-Agent: x").m_noFold);
     EXPECT_FALSE(parsed("Accept: x").m_noFold) << "only set() marks Accept";
-}
-
-TEST(MimeFieldParse, EncodedWordsDecodedAndUnfolded) {
-    EXPECT_EQ(value("Subject: =?utf-8?Q?caf=C3=A9?=\r\n\t=?utf-8?B?IGF1IGxhaXQ=?="),
-              "caf\xC3\xA9 au lait");
-    EXPECT_EQ(value("Subject: =?iso-8859-1?q?K=FC?=\r\n =?iso-8859-1?Q?hl?="), "K\xC3\xBChl");
-    EXPECT_EQ(value("Subject: long\r\n\tline"), "longline") << "unfolding takes the blank";
-    EXPECT_EQ(value("Subject: =?utf-8?Q?a?= =?utf-8?Q?b"), "a ") << "a cut-off word goes";
-
-    // A comma out of an encoded word is part of a name, not a separator.
-    EXPECT_EQ(value("To: =?utf-8?Q?Doe=2C_John?= <j@x.org>"), "\"Doe, John\" <j@x.org>");
-    EXPECT_EQ(value("Cc: =?utf-8?B?TcO8bGxlciwgQW5uYQ==?= <a@x.org>, Bob <b@y.org>"),
-              "\"M\xC3\xBCller, Anna\" <a@x.org>,Bob <b@y.org>");
-    EXPECT_EQ(value("To: =?utf-8?Q?Doe_John?= <j@x.org>, k@y.org"), "Doe John <j@x.org>, k@y.org")
-        << "no comma decoded: the list stands as it was";
-    EXPECT_EQ(value("Subject: =?utf-8?Q?a=2Cb?="), "a,b");
-    EXPECT_EQ(value("To: =?utf-8?Q?undisclosed-recipients=2C_all?=:;"),
-              "undisclosed-recipients, all:,")
-        << "no address to rebuild from: the text is kept";
-
     MimeField set;
     set.set("Accept", "=?utf-8?Q?x?=\r\n\t=?utf-8?B?eQ==?=");
     EXPECT_EQ(str(set.m_value), "xy");
@@ -114,47 +99,47 @@ TEST(MimeFieldParse, EncodedWordsDecodedAndUnfolded) {
 }
 
 TEST(MimeFieldWrite, FreeTextAndStructuredUnderUsAscii) {
-    EXPECT_EQ(written("Empty:", "utf-8"), "Empty:");
-    EXPECT_EQ(written("Subject:", "utf-8"), "Subject: ") << "a subject keeps its blank";
-
     // "Subject: " is 9 bytes: a value of 69 fills the line to 78 and stays.
-    std::string fits = "Subject: " + std::string(30, 'a') + " " + std::string(38, 'b');
-    EXPECT_EQ(written(fits, "us-ascii"), fits);
-    std::string over = fits + "c";
-    EXPECT_EQ(written(over, "us-ascii"), over)
-        << "longer than 78, but no blank at column 61 or behind: one line";
+    const std::string fits = "Subject: " + std::string(30, 'a') + " " + std::string(38, 'b');
+    const std::string agent = "User-Agent: " + std::string(60, 'x') + " " + std::string(60, 'y');
+    const std::string received8 = "Received: from h\xC3\xB6st by mx; Mon, 23 Nov 2026";
+    const std::string a40 = std::string(40, 'a'), b40 = std::string(40, 'b');
+    const struct {
+        const char* charset;
+        std::string input;
+        std::string want;
+    } cases[] = {
+        {"utf-8", "Empty:", "Empty:"},
+        {"utf-8", "Subject:", "Subject: "},  // a subject keeps its blank
+        {"us-ascii", fits, fits},
+        // Longer than 78, but no blank at column 61 or behind: one line.
+        {"us-ascii", fits + "c", fits + "c"},
+        // The blank at column 61 carries the fold.
+        {"us-ascii", "Subject: " + std::string(51, 'a') + " " + std::string(30, 'b'),
+         "Subject: " + std::string(51, 'a') + "\r\n " + std::string(30, 'b')},
+        {"us-ascii", agent, agent},
+        {"us-ascii",
+         "Received: from host.example.com by mx.example.com with ESMTP id 12345; Mon, 23 Nov 2026",
+         "Received: from host.example.com by mx.example.com with ESMTP\r\n id 12345; Mon, 23 Nov "
+         "2026"},
+        {"utf-8", received8, received8},  // never encoded
+        // Raw in the message charset.
+        {"iso-8859-1", received8, "Received: from h\xF6st by mx; Mon, 23 Nov 2026"},
+        // Structured text folds behind ";" from column 21, keeping the blank.
+        {"us-ascii", "X-List: " + a40 + "; " + b40 + "; c",
+         "X-List: " + a40 + ";\r\n " + b40 + ";\r\n c"},
+        // An address list folds at the first "," behind column 20 of each line.
+        {"us-ascii",
+         "To: alpha@example.com, beta@example.com, gamma@example.com, delta@example.com, e@x.com",
+         "To: alpha@example.com,\r\n beta@example.com, gamma@example.com,\r\n "
+         "delta@example.com, e@x.com"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(written(c.input, c.charset), c.want) << c.input;
 
-    // A blank at column 60 stays; the one at 61 carries the fold.
+    // A blank at column 60 stays.
     std::string at60 = "Subject: " + std::string(50, 'a') + " " + std::string(4, 'b') + " cc " +
                        std::string(20, 'd');
     EXPECT_EQ(lines(written(at60, "us-ascii"))[0], "Subject: " + std::string(50, 'a') + " bbbb");
-    std::string at61 = "Subject: " + std::string(51, 'a') + " " + std::string(30, 'b');
-    EXPECT_EQ(written(at61, "us-ascii"),
-              "Subject: " + std::string(51, 'a') + "\r\n " + std::string(30, 'b'));
-
-    std::string agent = "User-Agent: " + std::string(60, 'x') + " " + std::string(60, 'y');
-    EXPECT_EQ(written(agent, "us-ascii"), agent);
-
-    std::string received =
-        "Received: from host.example.com by mx.example.com with ESMTP id 12345; Mon, 23 Nov 2026";
-    EXPECT_EQ(written(received, "us-ascii"),
-              "Received: from host.example.com by mx.example.com with ESMTP\r\n id 12345; Mon, "
-              "23 Nov 2026");
-    std::string received8 = "Received: from h\xC3\xB6st by mx; Mon, 23 Nov 2026";
-    EXPECT_EQ(written(received8, "utf-8"), received8) << "never encoded";
-    EXPECT_EQ(written(received8, "iso-8859-1"), "Received: from h\xF6st by mx; Mon, 23 Nov 2026")
-        << "raw in the message charset";
-
-    // Structured text folds behind ";" from column 21, keeping the blank.
-    std::string list = "X-List: " + std::string(40, 'a') + "; " + std::string(40, 'b') + "; c";
-    EXPECT_EQ(written(list, "us-ascii"),
-              "X-List: " + std::string(40, 'a') + ";\r\n " + std::string(40, 'b') + ";\r\n c");
-    // An address list folds at the first "," behind column 20 of each line.
-    std::string to =
-        "To: alpha@example.com, beta@example.com, gamma@example.com, delta@example.com, e@x.com";
-    EXPECT_EQ(written(to, "us-ascii"),
-              "To: alpha@example.com,\r\n beta@example.com, gamma@example.com,\r\n "
-              "delta@example.com, e@x.com");
     std::string quoted =
         "To: \"alpha, beta gamma delta epsilon zeta eta theta iota\" <alpha@example.com>, b@ex.com";
     EXPECT_EQ(lines(written(quoted, "us-ascii"))[0],
@@ -174,19 +159,16 @@ TEST(MimeFieldWrite, ContentTypeParameters) {
               "Content-Type: text/plain; name=\"a b\"; x=1");
 
     // Parameters join a line while it stays under 65 bytes.
-    std::string line64 = "Content-Type: text/plain; a=" + std::string(27, 'x') +
-                         "; b=" + std::string(4, 'y') + ";";  // 64 bytes
+    const std::string head = "Content-Type: text/plain; a=" + std::string(27, 'x') + ";";
+    const std::string line64 = head + " b=yyyy;";
     ASSERT_EQ(line64.size(), 64u);
-    std::vector<std::string> joined = lines(written(line64 + " c=z", "utf-8"));
-    EXPECT_EQ(joined[0], line64);
-    std::string line65 = "Content-Type: text/plain; a=" + std::string(27, 'x') + "; b=yyyyy;";
-    std::vector<std::string> broken = lines(written(line65 + " c=z", "utf-8"));
-    EXPECT_EQ(broken[0], "Content-Type: text/plain; a=" + std::string(27, 'x') + ";");
+    EXPECT_EQ(lines(written(line64 + " c=z", "utf-8"))[0], line64);
+    EXPECT_EQ(lines(written(head + " b=yyyyy; c=z", "utf-8"))[0], head);
 
     std::string name8 = "Content-Disposition: attachment; filename=\"r\xC3\xA9sum\xC3\xA9.pdf\"";
     std::string out = written(name8, "utf-8");
     EXPECT_NE(out.find("filename=\"=?utf-8?B?csOpc3Vtw6kucGRm?=\""), std::string::npos) << out;
-    EXPECT_EQ(readBack(out), "attachment; filename=\"r\xC3\xA9sum\xC3\xA9.pdf\"");
+    EXPECT_EQ(value(out), "attachment; filename=\"r\xC3\xA9sum\xC3\xA9.pdf\"");
 
     // Under UTF-7 a subject is always encoded, but blanks alone stay as they are.
     MimeField blanks;
@@ -230,11 +212,11 @@ TEST(MimeFieldWrite, LongEncodedSubjectsKeepWholeCharacters) {
         SCOPED_TRACE(charset);
         std::string out = written("Subject: " + japanese, charset);
         EXPECT_GT(lines(out).size(), 1u) << out;
-        EXPECT_EQ(readBack(out), japanese);
+        EXPECT_EQ(value(out), japanese);
     }
     for (const char* charset : {"iso-8859-1", "windows-1252", "utf-8"}) {
         SCOPED_TRACE(charset);
-        EXPECT_EQ(readBack(written("Subject: " + german, charset)), german);
+        EXPECT_EQ(value(written("Subject: " + german, charset)), german);
     }
 }
 
@@ -278,7 +260,7 @@ TEST(MimeFieldWrite, AddressLists) {
 
     // Groups and comments: not cut apart, read back the same.
     std::string group = std::string("To: Team: J") + kUe + "rg <j@x.de>, Ann <a@b.c>;";
-    EXPECT_EQ(readBack(written(group, "utf-8")),
+    EXPECT_EQ(value(written(group, "utf-8")),
               std::string("Team: J") + kUe + "rg <j@x.de>, Ann <a@b.c>,")
         << "the group's ; became , on reading";
 }
