@@ -153,60 +153,51 @@ TEST(SystemHelpersRegistry, WritesNeedAnExistingKey) {
     EXPECT_EQ(25u, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, "PORT", 0, 1));
 }
 
-TEST(SystemHelpersTime, DateTextsByFormat) {
+TEST(SystemHelpersTime, DateAndTimeTextsByFormat) {
     EnvGuard zone("TZ", "UTC0");
-    const int64_t t = 1230940799;  // 2009-01-02 23:59:59
-    struct Case {
-        const char* format;
-        const char* want;
-    } cases[] = {
-        {"", "01/02/2009"},          {nullptr, "01/02/2009"},     {"yyyy-mm-dd", "2009-01-02"},
-        {"YY.MM.DD", "09.01.02"},    {"d.m.y", "2.1.9"},          {"D/M/YYYY", "2/1/2009"},
-        {"dd-MMM", "02-011"},  // kept: tokens are replaced one after the other, longest first
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.format ? c.format : "(null)");
-        CNvcString out(kJunk);
-        EXPECT_STREQ(c.want, FormatDate(t, out, c.format).GetData());
-    }
-}
-
-TEST(SystemHelpersTime, TimeTextsOnBothClocks) {
-    EnvGuard zone("TZ", "UTC0");
+    const int64_t day = 1230940799;  // 2009-01-02 23:59:59
+    // 2026-03-07 at 00:00:05, 12:00:00, 13:05:09 and 09:05:09
+    const int64_t midnight = 1772841605, noon = 1772884800, afternoon = 1772888709, morning = 1772874309;
+    enum Kind { Date, Time };
     struct Case {
         const char* name;
+        Kind kind;
         int64_t time;
         const char* format;
         const char* want;
-    } cases[] = {
-        {"midnight is 12 AM", 1772841605, "", "12:00:05 AM"},
-        {"noon is 12 PM", 1772884800, "h", "12:00:00 PM"},
-        {"afternoon, 24-hour padded", 1772888709, "HH:mm:ss", "13:05:09"},
-        {"morning, 24-hour unpadded", 1772874309, "H:mm", "9:05:09"},
-        {"morning, 12-hour unpadded", 1772874309, "h:mm tt", "9:05:09 AM"},
-        {"hh picks the padded form, rest unused", 1772874309, "hh' o''clock'", "09:05:09 AM"},
-        {"anything else", 1772888709, "xyz", "01:05:09 PM"},
-        {"null format", 1772888709, nullptr, "01:05:09 PM"},
+    } const cases[] = {
+        {"empty date format", Date, day, "", "01/02/2009"},
+        {"null date format", Date, day, nullptr, "01/02/2009"},
+        {"yyyy-mm-dd", Date, day, "yyyy-mm-dd", "2009-01-02"},
+        {"YY.MM.DD", Date, day, "YY.MM.DD", "09.01.02"},
+        {"d.m.y", Date, day, "d.m.y", "2.1.9"},
+        {"D/M/YYYY", Date, day, "D/M/YYYY", "2/1/2009"},
+        // kept: tokens are replaced one after the other, longest first
+        {"dd-MMM", Date, day, "dd-MMM", "02-011"},
+        {"midnight is 12 AM", Time, midnight, "", "12:00:05 AM"},
+        {"noon is 12 PM", Time, noon, "h", "12:00:00 PM"},
+        {"afternoon, 24-hour padded", Time, afternoon, "HH:mm:ss", "13:05:09"},
+        {"morning, 24-hour unpadded", Time, morning, "H:mm", "9:05:09"},
+        {"morning, 12-hour unpadded", Time, morning, "h:mm tt", "9:05:09 AM"},
+        {"hh picks the padded form, rest unused", Time, morning, "hh' o''clock'", "09:05:09 AM"},
+        {"anything else", Time, afternoon, "xyz", "01:05:09 PM"},
+        {"null time format", Time, afternoon, nullptr, "01:05:09 PM"},
+        {"date at time zero is not available", Date, 0, "yyyy", "n/a"},
+        {"date before time zero", Date, -1, "yyyy", "n/a"},
+        {"time at time zero is not available", Time, 0, "HH", "n/a"},
+        {"time before time zero", Time, -1, "HH", "n/a"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         CNvcString out(kJunk);
-        EXPECT_STREQ(c.want, FormatTime(c.time, out, c.format).GetData());
+        EXPECT_STREQ(c.want, (c.kind == Date ? FormatDate(c.time, out, c.format)
+                                             : FormatTime(c.time, out, c.format)).GetData());
     }
     CNvcString out(kJunk);
-    EXPECT_STREQ("03/07/2026 12:00:05 AM", FormatDateTime(1772841605, out, "", "").GetData());
-    EXPECT_STREQ("2026-03-07 13:05:09",
-                 FormatDateTime(1772888709, out, "yyyy-mm-dd", "HH").GetData());
-}
-
-TEST(SystemHelpersTime, TimeZeroOrBelowIsNotAvailable) {
-    for (int64_t t : {int64_t(0), int64_t(-1)}) {
-        SCOPED_TRACE(t);
-        CNvcString out(kJunk);
-        EXPECT_STREQ("n/a", FormatDate(t, out, "yyyy").GetData());
-        EXPECT_STREQ("n/a", FormatTime(t, out, "HH").GetData());
-        EXPECT_STREQ("n/a", FormatDateTime(t, out, "", "").GetData());
-    }
+    EXPECT_STREQ("03/07/2026 12:00:05 AM", FormatDateTime(midnight, out, "", "").GetData());
+    EXPECT_STREQ("2026-03-07 13:05:09", FormatDateTime(afternoon, out, "yyyy-mm-dd", "HH").GetData());
+    EXPECT_STREQ("n/a", FormatDateTime(0, out, "", "").GetData());
+    EXPECT_STREQ("n/a", FormatDateTime(-1, out, "", "").GetData());
 }
 
 TEST(SystemHelpersEvents, EntriesWithInsertionsAndTypeFromTheId) {
