@@ -105,15 +105,23 @@ TEST(SystemHelpersFiles, UniqueNameHasTheFixedShapeAndSkipsTakenNames) {
     EXPECT_NE(name, third.GetData());
 }
 
-TEST(SystemHelpersRegistry, ReadsFallBackToTheDefault) {
+TEST(SystemHelpersRegistry, ReadsFallBackToTheDefaultWritesNeedAnExistingKey) {
     ScratchRegistry reg;
     CNvcString out(kJunk);
     EXPECT_STREQ("def", ReadRegistryString(HKEY_LOCAL_MACHINE, kKey, "PickupDir", "def", out, 1).GetData());
     EXPECT_EQ(42u, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 42, 1));
-    EXPECT_EQ(2u, platform::ProbeRegistryKey(HKEY_LOCAL_MACHINE, kKey, true)) << "a read created the key";
+    EXPECT_EQ(-1, WriteRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 25, 1));
+    EXPECT_EQ(-1, WriteRegistryString(HKEY_LOCAL_MACHINE, kKey, "Host", "mx", 1));
+    EXPECT_EQ(2u, platform::ProbeRegistryKey(HKEY_LOCAL_MACHINE, kKey, true))
+        << "a read or a refused write created the key";
     EXPECT_FALSE(std::filesystem::exists(reg.path()));
 
     ASSERT_EQ(1, EnsureRegistryKey(HKEY_LOCAL_MACHINE, kKey, 1));
+    EXPECT_EQ(1, EnsureRegistryKey(HKEY_LOCAL_MACHINE, kKey, 1));
+    EXPECT_EQ(0, WriteRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 25, 1));
+    EXPECT_EQ(0, WriteRegistryString(HKEY_LOCAL_MACHINE, kKey, "Host", "mx", 1));
+    EXPECT_STREQ("mx", ReadRegistryString(HKEY_LOCAL_MACHINE, kKey, "host", "", out, 1).GetData());
+    EXPECT_EQ(25u, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, "PORT", 0, 1));
     ASSERT_EQ(0u, platform::SetRegistryString(HKEY_LOCAL_MACHINE, kKey, "Text", "25", true));
     ASSERT_EQ(0u, platform::SetRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Dword", 0x00434241, true));
     ASSERT_EQ(0u, platform::SetRegistryString(HKEY_LOCAL_MACHINE, kKey, "Long", std::string(511, 'x'), true));
@@ -136,21 +144,6 @@ TEST(SystemHelpersRegistry, ReadsFallBackToTheDefault) {
         EXPECT_EQ(c.wantText, ReadRegistryString(HKEY_LOCAL_MACHINE, kKey, c.value, "def", text, 1).GetData());
         EXPECT_EQ(c.wantNumber, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, c.value, 7, 1));
     }
-}
-
-TEST(SystemHelpersRegistry, WritesNeedAnExistingKey) {
-    ScratchRegistry reg;
-    EXPECT_EQ(-1, WriteRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 25, 1));
-    EXPECT_EQ(-1, WriteRegistryString(HKEY_LOCAL_MACHINE, kKey, "Host", "mx", 1));
-    EXPECT_EQ(2u, platform::ProbeRegistryKey(HKEY_LOCAL_MACHINE, kKey, true));
-
-    EXPECT_EQ(1, EnsureRegistryKey(HKEY_LOCAL_MACHINE, kKey, 1));
-    EXPECT_EQ(1, EnsureRegistryKey(HKEY_LOCAL_MACHINE, kKey, 1));
-    EXPECT_EQ(0, WriteRegistryDword(HKEY_LOCAL_MACHINE, kKey, "Port", 25, 1));
-    EXPECT_EQ(0, WriteRegistryString(HKEY_LOCAL_MACHINE, kKey, "Host", "mx", 1));
-    CNvcString out(kJunk);
-    EXPECT_STREQ("mx", ReadRegistryString(HKEY_LOCAL_MACHINE, kKey, "host", "", out, 1).GetData());
-    EXPECT_EQ(25u, ReadRegistryDword(HKEY_LOCAL_MACHINE, kKey, "PORT", 0, 1));
 }
 
 TEST(SystemHelpersTime, DateAndTimeTextsByFormat) {
@@ -200,7 +193,7 @@ TEST(SystemHelpersTime, DateAndTimeTextsByFormat) {
     EXPECT_STREQ("n/a", FormatDateTime(-1, out, "", "").GetData());
 }
 
-TEST(SystemHelpersEvents, EntriesWithInsertionsAndTypeFromTheId) {
+TEST(SystemHelpersEvents, EntriesWithInsertionsTypeFromTheIdAndFailure) {
     TempDir dir;
     EnvGuard file("TELMORAQ_EVENTLOG", dir.file("events.log").c_str());
     platform::SetLastError(1234);
@@ -217,13 +210,10 @@ TEST(SystemHelpersEvents, EntriesWithInsertionsAndTypeFromTheId) {
     EXPECT_NE(std::string::npos, text.find(" TelmoraQ warning 0x80000002 \n")) << text;
     EXPECT_NE(std::string::npos, text.find(" TelmoraQ information 0x40000003 \n")) << text;
     EXPECT_EQ(std::string::npos, text.find("0x00000004")) << "entry written despite a bad letter";
-}
 
-TEST(SystemHelpersEvents, FailureIsReturnedAndLastErrorKept) {
-    TempDir dir;
-    EnvGuard file("TELMORAQ_EVENTLOG", dir.file("no/such/events.log").c_str());
+    EnvGuard missing("TELMORAQ_EVENTLOG", dir.file("no/such/events.log").c_str());
     platform::SetLastError(77);
-    EXPECT_EQ(3, ReportServiceEvent("TelmoraQ", 1, ""));
+    EXPECT_EQ(3, ReportServiceEvent("TelmoraQ", 1, "")) << "a failed write is returned";
     EXPECT_EQ(77u, platform::GetLastError());
 }
 
