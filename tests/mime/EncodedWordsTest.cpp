@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "MimeTestText.h"
 #include "mime/ContentCoding.h"
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/buffers/StringBuffer.h"
@@ -15,15 +16,9 @@
 using brelkin::ContentCoding;
 using brelkin::DataBuffer;
 using brelkin::StringBuffer;
+using mimetest::str;
 
 namespace {
-
-std::string str(const StringBuffer& b) {
-    return std::string(b.getString(), b.getSize());
-}
-std::string str(const DataBuffer& b) {
-    return std::string(reinterpret_cast<const char*>(b.getData()), b.getSize());
-}
 
 std::string decode(const std::string& in) {
     StringBuffer text;
@@ -41,21 +36,7 @@ std::string convert(const std::string& in, const char* from, const char* to) {
 
 // The words of an encoder's output, split at the separator it writes.
 std::vector<std::string> words(const std::string& encoded) {
-    std::vector<std::string> out;
-    size_t start = 0;
-    for (size_t at = encoded.find("\r\n\t"); at != std::string::npos;
-         at = encoded.find("\r\n\t", start)) {
-        out.push_back(encoded.substr(start, at - start));
-        start = at + 3;
-    }
-    out.push_back(encoded.substr(start));
-    return out;
-}
-
-std::string removeSeparators(std::string s) {
-    for (size_t at = s.find("\r\n\t"); at != std::string::npos; at = s.find("\r\n\t"))
-        s.erase(at, 3);
-    return s;
+    return mimetest::split(encoded, "\r\n\t");
 }
 
 std::string encode(bool isB, const std::string& in, int codePage, const char* charset,
@@ -69,19 +50,6 @@ std::string encode(bool isB, const std::string& in, int codePage, const char* ch
         EXPECT_TRUE(coder.encodeQWords(in.data(), in.size(), codePage, charset, out));
     }
     return str(out);
-}
-
-bool isWholeUtf8(const std::string& s) {
-    for (size_t i = 0; i < s.size();) {
-        unsigned char c = s[i];
-        size_t n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
-        if (n == 0 || i + n > s.size()) return false;
-        for (size_t k = 1; k < n; ++k) {
-            if ((static_cast<unsigned char>(s[i + k]) >> 6) != 2) return false;
-        }
-        i += n;
-    }
-    return true;
 }
 
 // Texts of well over 60 bytes with a blank every few characters.
@@ -115,10 +83,7 @@ TEST(EncodedWordDecode, BrokenAndOddWords) {
         {"unknown charset keeps the bytes", "=?x-nothing?Q?=E4?=", "\xE4"},
         {"known charset converted", "=?iso-8859-1?Q?=E4?=", "\xC3\xA4"},
         {"any other encoding byte means Q", "=?utf-8?X?a_b?=", "a b"},
-        {"empty text gives nothing",
-         "a=?utf-8?Q?"
-         "?=b",
-         "ab"},
+        {"empty text gives nothing", "a=?utf-8?Q?\?=b", "ab"},
         {"blanks between words kept", "=?utf-8?Q?a?= \t=?utf-8?Q?b?=", "a \tb"},
         {"? = inside the text ends the word", "=?utf-8?Q?a?=b?=", "ab?="},
         {"text begins with =XX, not with ?=", "=?utf-8?Q?=41?=", "A"},
@@ -211,7 +176,7 @@ TEST(EncodedWordEncode, LongTextsSplitIntoWholeCharacters) {
             std::string joined;
             for (size_t i = 0; i < list.size(); ++i) {
                 std::string piece = decode(list[i]);
-                EXPECT_TRUE(isWholeUtf8(piece)) << "word " << i << ": " << list[i];
+                EXPECT_TRUE(mimetest::isUtf8(piece)) << "word " << i << ": " << list[i];
                 if (i > 0) {
                     EXPECT_EQ(piece[0], ' ') << "word " << i;
                 }
@@ -247,7 +212,9 @@ TEST(EncodedWordRoundTrip, QAndBThroughTheDecoder) {
             std::string encoded = encode(isB, text, 65001, "utf-8", commas);
             bool needs = text.find_first_of("\x80\xC3\xE6\xE2\xF0") != std::string::npos;
             if (isB && !needs) continue;  // written as it is
-            EXPECT_EQ(decode(removeSeparators(encoded)), text);
+            std::string joined;
+            for (const std::string& word : words(encoded)) joined += word;
+            EXPECT_EQ(decode(joined), text);
         }
     }
 }
