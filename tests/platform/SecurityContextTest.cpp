@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -16,17 +15,9 @@ using namespace platform;
 using testsupport::CertificateShape;
 using testsupport::MakeCertificate;
 using testsupport::ServerSetup;
+using testsupport::StoreFolder;
 using testsupport::TestCertificate;
 using testsupport::TlsServerSession;
-
-// Sets TELMORAQ_CERT_STORE for one test and restores "unset" after it.
-struct StoreFolder {
-    explicit StoreFolder(const char* path) {
-        if (path != nullptr) setenv("TELMORAQ_CERT_STORE", path, 1);
-        else unsetenv("TELMORAQ_CERT_STORE");
-    }
-    ~StoreFolder() { unsetenv("TELMORAQ_CERT_STORE"); }
-};
 
 struct StepResult {
     SECURITY_STATUS status;

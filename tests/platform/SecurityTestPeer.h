@@ -14,6 +14,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -33,19 +34,11 @@ struct CertificateShape {
     bool isCa = false;
 };
 
-inline std::string ToPem(X509* cert) {
+// PEM text of a certificate or a private key.
+inline std::string ToPem(X509* cert, EVP_PKEY* key = nullptr) {
     BIO* bio = BIO_new(BIO_s_mem());
-    PEM_write_bio_X509(bio, cert);
-    char* data = nullptr;
-    const long length = BIO_get_mem_data(bio, &data);
-    std::string pem(data, static_cast<size_t>(length));
-    BIO_free(bio);
-    return pem;
-}
-
-inline std::string ToPem(EVP_PKEY* key) {
-    BIO* bio = BIO_new(BIO_s_mem());
-    PEM_write_bio_PrivateKey(bio, key, nullptr, nullptr, 0, nullptr, nullptr);
+    if (key != nullptr) PEM_write_bio_PrivateKey(bio, key, nullptr, nullptr, 0, nullptr, nullptr);
+    else PEM_write_bio_X509(bio, cert);
     char* data = nullptr;
     const long length = BIO_get_mem_data(bio, &data);
     std::string pem(data, static_cast<size_t>(length));
@@ -66,6 +59,15 @@ inline EVP_PKEY* KeyFromPem(const std::string& pem) {
     BIO_free(bio);
     return key;
 }
+
+// Points TELMORAQ_CERT_STORE at `path` (null: unset) for one test; unset after.
+struct StoreFolder {
+    explicit StoreFolder(const char* path) {
+        if (path != nullptr) setenv("TELMORAQ_CERT_STORE", path, 1);
+        else unsetenv("TELMORAQ_CERT_STORE");
+    }
+    ~StoreFolder() { unsetenv("TELMORAQ_CERT_STORE"); }
+};
 
 inline void AddExtension(X509* cert, X509* issuer, int nid, const char* value) {
     X509V3_CTX ctx;
@@ -95,7 +97,7 @@ inline TestCertificate MakeCertificate(const CertificateShape& shape) {
     if (shape.extendedKeyUsage != nullptr)
         AddExtension(cert, issuerCert ? issuerCert : cert, NID_ext_key_usage, shape.extendedKeyUsage);
     X509_sign(cert, issuerKey != nullptr ? issuerKey : key, EVP_sha256());
-    TestCertificate made{ToPem(cert), ToPem(key)};
+    TestCertificate made{ToPem(cert), ToPem(nullptr, key)};
     X509_free(issuerCert);
     EVP_PKEY_free(issuerKey);
     X509_free(cert);

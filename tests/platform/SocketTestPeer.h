@@ -95,12 +95,6 @@ public:
         fd_ = -1;
     }
 
-    // Stops listening, so that the port refuses from now on.
-    void StopListening() {
-        if (listenFd_ >= 0) close(listenFd_);
-        listenFd_ = -1;
-    }
-
 private:
     int listenFd_ = -1;
     int fd_ = -1;

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,17 +17,9 @@ namespace {
 
 using testsupport::CertificateShape;
 using testsupport::MakeCertificate;
+using testsupport::StoreFolder;
 using testsupport::TestCertificate;
 using testsupport::TlsTestServer;
-
-// Sets TELMORAQ_CERT_STORE for one test; unset again afterwards.
-struct StoreFolder {
-    explicit StoreFolder(const char* path) {
-        if (path != nullptr) setenv("TELMORAQ_CERT_STORE", path, 1);
-        else unsetenv("TELMORAQ_CERT_STORE");
-    }
-    ~StoreFolder() { unsetenv("TELMORAQ_CERT_STORE"); }
-};
 
 class Channel : public CNvSecureProtocol {
 public:

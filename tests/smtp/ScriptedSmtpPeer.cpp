@@ -5,9 +5,6 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <openssl/evp.h>
-#include <openssl/ssl.h>
-#include <openssl/x509.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -15,6 +12,8 @@
 
 #include <chrono>
 #include <mutex>
+
+#include "platform/SecurityTestPeer.h"
 
 namespace scripted {
 
@@ -27,23 +26,14 @@ SSL_CTX* ServerContext() {
     static std::once_flag once;
     static SSL_CTX* context = nullptr;
     std::call_once(once, [] {
-        EVP_PKEY* key = EVP_EC_gen("P-256");
-        X509* cert = X509_new();
-        X509_set_version(cert, 2);
-        ASN1_INTEGER_set(X509_get_serialNumber(cert), 1);
-        X509_gmtime_adj(X509_getm_notBefore(cert), -3600);
-        X509_gmtime_adj(X509_getm_notAfter(cert), 86400);
-        X509_set_pubkey(cert, key);
-        X509_NAME* name = X509_get_subject_name(cert);
-        X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
-                                   reinterpret_cast<const unsigned char*>("localhost"), -1, -1, 0);
-        X509_set_issuer_name(cert, name);
-        X509_sign(cert, key, EVP_sha256());
-        SSL_CTX* made = SSL_CTX_new(TLS_server_method());
-        if (SSL_CTX_use_certificate(made, cert) == 1 && SSL_CTX_use_PrivateKey(made, key) == 1)
-            context = made;
+        const testsupport::TestCertificate made = testsupport::MakeCertificate({});
+        X509* cert = testsupport::CertFromPem(made.certPem);
+        EVP_PKEY* key = testsupport::KeyFromPem(made.keyPem);
+        SSL_CTX* ctx = SSL_CTX_new(TLS_server_method());
+        if (SSL_CTX_use_certificate(ctx, cert) == 1 && SSL_CTX_use_PrivateKey(ctx, key) == 1)
+            context = ctx;
         else
-            SSL_CTX_free(made);
+            SSL_CTX_free(ctx);
         X509_free(cert);
         EVP_PKEY_free(key);
     });
