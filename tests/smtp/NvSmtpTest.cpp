@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "ScriptedSession.h"
 #include "ScriptedSmtpPeer.h"
@@ -96,14 +97,6 @@ TEST(NvSmtpReply, EndlessReplyStopsAtItsLimit) {
     peer.lines();
 }
 
-TEST(NvSmtpConnect, GreetingAfterSilenceIsTaken) {
-    scripted::Peer peer(Join({Pause(1200), Say("220 late"), Hear(), Say("250 hi")}, kQuit));
-    auto client = scripted::ClientFor(peer.port());
-    EXPECT_EQ(client->Connect(), 0);
-    client->Quit();
-    EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "QUIT"}));
-}
-
 TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
     struct Case {
         const char* name;
@@ -115,6 +108,8 @@ TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
     };
     const std::string plainUserPass = "AUTH PLAIN AHVzZXIAcGFzcw==";
     const Case cases[] = {
+        {"greeting after a silence is taken", "", Join({Pause(1200), Say("220 late"), Hear(), Say("250 hi")}, kQuit),
+         0, {Ehlo(), "QUIT"}, 0},
         {"greeting 554 is refused without EHLO", "", Join({Say("554 no")}, kQuit), -554, {"QUIT"}, 0},
         {"greeting outside the map", "", Join({Say("299 odd")}, kQuit), CNvSmtp::kUnmappedGreeting, {"QUIT"}, 0},
         {"EHLO refused, HELO taken: PLAIN", "",
@@ -198,54 +193,62 @@ TEST(NvSmtpConnect, BadSettingsFailBeforeAnyTraffic) {
 }
 
 TEST(NvSmtpTransaction, RecipientsAndData) {
-    auto addresses = [](std::initializer_list<const char*> list) {
-        std::vector<std::unique_ptr<MailAddress>> owned;
-        for (const char* a : list) {
-            owned.push_back(std::make_unique<MailAddress>());
-            owned.back()->m_address.Assign(a);
-        }
-        return owned;
+    MailAddress a, b, c;
+    a.m_address.Assign("a@x");
+    b.m_address.Assign("b@x");
+    c.m_address.Assign("c@x");
+    struct Case {
+        const char* name;
+        std::vector<Step> steps;
+        std::function<void(CNvSmtp&)> run;
+        Lines lines;
     };
-    auto pointers = [](const std::vector<std::unique_ptr<MailAddress>>& owned) {
-        std::vector<MailAddress*> out;
-        for (const auto& a : owned) out.push_back(a.get());
-        return out;
+    const Case cases[] = {
+        {"second of three refused: 550, no third, reset needed",
+         {Hear(), Say("250 ok"), Hear(), Say("250 ok"), Hear(), Say("550 no such")},
+         [&](CNvSmtp& client) {
+             EXPECT_EQ(client.MailFrom("s@x"), 0);
+             EXPECT_EQ(client.RcptTo({&a, &b, &c}), 550);
+             EXPECT_EQ(client.m_resetNeeded, 1);
+         },
+         {Ehlo(), "MAIL FROM: <s@x>", "RCPT TO: <a@x>", "RCPT TO: <b@x>", "QUIT"}},
+        {"empty list sends nothing; refused sender sets reset needed", {Hear(), Say("501 bad sender")},
+         [](CNvSmtp& client) {
+             EXPECT_EQ(client.RcptTo({}), 0);
+             EXPECT_EQ(client.m_resetNeeded, 0);
+             EXPECT_EQ(client.MailFrom("s@x"), 501);
+             EXPECT_EQ(client.m_resetNeeded, 1);
+         },
+         {Ehlo(), "MAIL FROM: <s@x>", "QUIT"}},
+        {"a 3xx reply counts as accepted; RSET clears",
+         {Hear(), Say("399 odd but fine"), Hear(), Say("250 ok"), Hear(), Say("500 no")},
+         [](CNvSmtp& client) {
+             EXPECT_EQ(client.MailFrom("s@x"), 0);
+             EXPECT_EQ(client.ResetSession(), 0);
+             EXPECT_EQ(client.ResetSession(), 500);
+         },
+         {Ehlo(), "MAIL FROM: <s@x>", "RSET", "RSET", "QUIT"}},
+        {"DATA refused", {Hear(), Say("554 no data")},
+         [](CNvSmtp& client) {
+             EXPECT_EQ(client.SendData("x"), 554);
+             EXPECT_EQ(client.m_resetNeeded, 1);
+         },
+         {Ehlo(), "DATA", "QUIT"}},
+        {"text refused: the code, reset needed unchanged", {Hear(), Say("354 go"), HearData(), Say("452 full")},
+         [](CNvSmtp& client) {
+             EXPECT_EQ(client.SendData("x"), 452);
+             EXPECT_EQ(client.m_resetNeeded, 0);
+         },
+         {Ehlo(), "DATA", "x\r\n.\r\n", "QUIT"}},
     };
-    const auto three = addresses({"a@x", "b@x", "c@x"});
-
-    {
-        SCOPED_TRACE("second of three refused: 550, no third, reset needed");
-        scripted::Peer peer(Opened({Hear(), Say("250 ok"), Hear(), Say("250 ok"), Hear(), Say("550 no such")}));
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
+        scripted::Peer peer(Opened(k.steps));
         auto client = scripted::ClientFor(peer.port());
         ASSERT_EQ(client->Connect(), 0);
-        EXPECT_EQ(client->MailFrom("s@x"), 0);
-        EXPECT_EQ(client->RcptTo(pointers(three)), 550);
-        EXPECT_EQ(client->m_resetNeeded, 1);
+        k.run(*client);
         client->Quit();
-        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "MAIL FROM: <s@x>", "RCPT TO: <a@x>", "RCPT TO: <b@x>", "QUIT"}));
-    }
-    {
-        SCOPED_TRACE("empty list sends nothing; refused sender sets reset needed");
-        scripted::Peer peer(Opened({Hear(), Say("501 bad sender")}));
-        auto client = scripted::ClientFor(peer.port());
-        ASSERT_EQ(client->Connect(), 0);
-        EXPECT_EQ(client->RcptTo({}), 0);
-        EXPECT_EQ(client->m_resetNeeded, 0);
-        EXPECT_EQ(client->MailFrom("s@x"), 501);
-        EXPECT_EQ(client->m_resetNeeded, 1);
-        client->Quit();
-        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "MAIL FROM: <s@x>", "QUIT"}));
-    }
-    {
-        SCOPED_TRACE("a 3xx reply counts as accepted; RSET clears");
-        scripted::Peer peer(Opened({Hear(), Say("399 odd but fine"), Hear(), Say("250 ok"), Hear(), Say("500 no")}));
-        auto client = scripted::ClientFor(peer.port());
-        ASSERT_EQ(client->Connect(), 0);
-        EXPECT_EQ(client->MailFrom("s@x"), 0);
-        EXPECT_EQ(client->ResetSession(), 0);
-        EXPECT_EQ(client->ResetSession(), 500);
-        client->Quit();
-        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "MAIL FROM: <s@x>", "RSET", "RSET", "QUIT"}));
+        EXPECT_EQ(peer.lines(), k.lines);
     }
 }
 
@@ -290,29 +293,6 @@ TEST(NvSmtpTransaction, ALongTextLeavesStuffedAcrossItsPieces) {
     EXPECT_TRUE(lines[2] == scripted::StuffedData(text)) << "the data differ";
     const Lines trace = scripted::TraceLines(dir.file("trace.log"));
     EXPECT_EQ(std::count(trace.begin(), trace.end(), "Command: [<Message data>]"), 1);
-}
-
-TEST(NvSmtpTransaction, RefusedDataAndRefusedText) {
-    {
-        SCOPED_TRACE("DATA refused");
-        scripted::Peer peer(Opened({Hear(), Say("554 no data")}));
-        auto client = scripted::ClientFor(peer.port());
-        ASSERT_EQ(client->Connect(), 0);
-        EXPECT_EQ(client->SendData("x"), 554);
-        EXPECT_EQ(client->m_resetNeeded, 1);
-        client->Quit();
-        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "DATA", "QUIT"}));
-    }
-    {
-        SCOPED_TRACE("text refused: the code, reset needed unchanged");
-        scripted::Peer peer(Opened({Hear(), Say("354 go"), HearData(), Say("452 full")}));
-        auto client = scripted::ClientFor(peer.port());
-        ASSERT_EQ(client->Connect(), 0);
-        EXPECT_EQ(client->SendData("x"), 452);
-        EXPECT_EQ(client->m_resetNeeded, 0);
-        client->Quit();
-        peer.lines();
-    }
 }
 
 TEST(NvSmtpSession, ClosedSessionSendsAndTracesNothing) {
