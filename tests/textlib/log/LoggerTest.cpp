@@ -62,7 +62,7 @@ TEST(Logger, DepthStopsAtTheRootAndClearStartsAfresh) {
     EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n<info>after</info>\r\n</BrelkinLog>\r\n");
 }
 
-TEST(Logger, NamedValuesGetCleanedNamesAndNullTextsVanish) {
+TEST(Logger, XmlOfEachEntryTypeCleanedNamesAndNullTexts) {
     Logger log;
     EXPECT_TRUE(log.LogError(nullptr));
     EXPECT_TRUE(log.LogInfo(nullptr));
@@ -74,9 +74,13 @@ TEST(Logger, NamedValuesGetCleanedNamesAndNullTextsVanish) {
     EXPECT_TRUE(log.LogDataLong("n", -12));
     EXPECT_TRUE(log.LogDataInt64("big", 5000000000LL));
     EXPECT_TRUE(log.LogDataHex("h", 0xBEEF));
+    log.LogError("bad\n");
+    log.LogRaw("<raw & bare>");
+    log.LogData("tag", "v<");
     EXPECT_EQ(xmlOf(log),
               "<BrelkinLog>\r\n<file_name>x</file_name>\r\n<a>(NULL)</a>\r\n<n>-12</n>\r\n"
-              "<big>5000000000</big>\r\n<h>0xbeef</h>\r\n</BrelkinLog>\r\n");
+              "<big>5000000000</big>\r\n<h>0xbeef</h>\r\n<error><![CDATA[bad\n]]></error>\r\n"
+              "<raw & bare>\r\n<tag><![CDATA[v<]]></tag>\r\n</BrelkinLog>\r\n");
 }
 
 TEST(Logger, XmlWrapsValuesInCdataOnlyWhenNeeded) {
@@ -102,16 +106,6 @@ TEST(Logger, XmlWrapsValuesInCdataOnlyWhenNeeded) {
         log.LogInfo(c.value);
         EXPECT_EQ(xmlOf(log), std::string("<BrelkinLog>\r\n") + c.want + "</BrelkinLog>\r\n");
     }
-}
-
-TEST(Logger, XmlRendersEachEntryType) {
-    Logger log;
-    log.LogError("bad\n");
-    log.LogRaw("<raw & bare>");
-    log.LogData("tag", "v<");
-    EXPECT_EQ(xmlOf(log),
-              "<BrelkinLog>\r\n<error><![CDATA[bad\n]]></error>\r\n<raw & bare>\r\n"
-              "<tag><![CDATA[v<]]></tag>\r\n</BrelkinLog>\r\n");
 }
 
 TEST(Logger, HtmlEncodesEntitiesAndQuotesContexts) {
