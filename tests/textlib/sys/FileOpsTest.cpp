@@ -105,21 +105,14 @@ TEST(CleanFilename, LogsBeforeAndAfter) {
 }
 
 TEST(LongPathForm, PrefixesByKindOfPath) {
-    struct Case {
-        const char* input;
-        const char* want;
-    };
-    const Case cases[] = {
-        {"\\\\server\\share\\f", "\\\\?\\UNC\\server\\share\\f"},
-        {"\\\\?\\C:\\x", "\\\\?\\C:\\x"},
-        {"C:\\dir\\f", "\\\\?\\C:\\dir\\f"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.input);
+    auto form = [](const char* path) {
         StringBuffer out("junk");
-        brelkin::longPathFormOf(c.input, out);
-        EXPECT_STREQ(out.getString(), c.want);
-    }
+        brelkin::longPathFormOf(path, out);
+        return std::string(out.getString());
+    };
+    EXPECT_EQ(form("\\\\server\\share\\f"), "\\\\?\\UNC\\server\\share\\f");
+    EXPECT_EQ(form("\\\\?\\C:\\x"), "\\\\?\\C:\\x");
+    EXPECT_EQ(form("C:\\dir\\f"), "\\\\?\\C:\\dir\\f");
 }
 
 TEST(OpenRoute, NarrowBelow260CharactersWhenAnsiFits) {
