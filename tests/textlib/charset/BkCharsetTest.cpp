@@ -189,17 +189,13 @@ struct Row {
 std::vector<Row> parseNameList() {
     std::vector<Row> rows;
     std::istringstream in(kNameList);
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         if (line.empty()) continue;
-        Row row;
-        size_t colon = line.find(": ");
-        row.codePage = std::stoi(line.substr(0, colon));
-        std::string rest = line.substr(colon + 2);
-        for (size_t start = 0, comma;; start = comma + 2) {
-            comma = rest.find(", ", start);
-            row.names.push_back(rest.substr(start, comma - start));
-            if (comma == std::string::npos) break;
+        const size_t colon = line.find(": ");
+        Row row{std::stoi(line.substr(0, colon)), {}};
+        for (size_t start = colon + 2, comma = 0; comma != std::string::npos; start = comma + 2) {
+            comma = line.find(", ", start);
+            row.names.push_back(line.substr(start, comma - start));
         }
         rows.push_back(row);
     }
