@@ -15,20 +15,11 @@
 namespace {
 
 const char kTwoParts[] =
-    "Subject: two parts\r\n"
-    "Content-Type: multipart/mixed; boundary=\"b1\"\r\n"
-    "\r\n"
-    "--b1\r\n"
-    "Content-Type: text/plain; charset=us-ascii\r\n"
-    "\r\n"
-    "first body\r\n"
-    "--b1\r\n"
-    "Content-Type: application/octet-stream; name=\"x.bin\"\r\n"
+    "Subject: two parts\r\nContent-Type: multipart/mixed; boundary=\"b1\"\r\n\r\n"
+    "--b1\r\nContent-Type: text/plain; charset=us-ascii\r\n\r\nfirst body\r\n"
+    "--b1\r\nContent-Type: application/octet-stream; name=\"x.bin\"\r\n"
     "Content-Disposition: attachment; filename=\"x.bin\"\r\n"
-    "Content-Transfer-Encoding: base64\r\n"
-    "\r\n"
-    "AAEC\r\n"
-    "--b1--\r\n";
+    "Content-Transfer-Encoding: base64\r\n\r\nAAEC\r\n--b1--\r\n";
 
 std::string logText(BkMime& mime) {
     brelkin::StringBuffer text;
@@ -69,21 +60,16 @@ TEST_F(BkMimeFileTest, PartHandlesOutliveTheRootHandle) {
     EXPECT_EQ(str(binary->name()), "x.bin");
 }
 
-TEST_F(BkMimeFileTest, ReloadingLeavesPartHandlesOnTheOldTree) {
-    BkMime root;
-    ASSERT_TRUE(load(root, kTwoParts));
-    std::unique_ptr<BkMime> part(root.GetPart(0));
-    ASSERT_TRUE(load(root, "Subject: other\r\n\r\nbody\r\n"));
-    EXPECT_EQ(root.NumParts(), 0);
-    EXPECT_EQ(str(part->getBodyDecoded()), "first body");
-}
-
-TEST_F(BkMimeFileTest, OutOfRangePartGivesNullAndSaysWhy) {
+TEST_F(BkMimeFileTest, OutOfRangePartsAndReloadingLeavePartHandlesOnTheOldTree) {
     BkMime root;
     ASSERT_TRUE(load(root, kTwoParts));
     EXPECT_EQ(root.GetPart(2), nullptr);
     EXPECT_EQ(root.GetPart(-1), nullptr);
     EXPECT_NE(logText(root).find("Failed to get MIME message part"), std::string::npos);
+    std::unique_ptr<BkMime> part(root.GetPart(0));
+    ASSERT_TRUE(load(root, "Subject: other\r\n\r\nbody\r\n"));
+    EXPECT_EQ(root.NumParts(), 0);
+    EXPECT_EQ(str(part->getBodyDecoded()), "first body");
 }
 
 TEST_F(BkMimeFileTest, LostNodeMovesTheHandleToANewEmptyTree) {
@@ -179,15 +165,11 @@ TEST_F(BkMimeFileTest, FileNamesAreTheFileSystemsBytes) {
 // ---- text rules ----
 
 TEST_F(BkMimeFileTest, DecodedTextBodyHasBlanksForZeroBytes) {
-    BkMime text;
-    ASSERT_TRUE(load(text,
-                     "Content-Type: text/plain\r\nContent-Transfer-Encoding: base64\r\n\r\n"
-                     "YQBi\r\n"));  // "a\0b"
+    const std::string base64 = "\r\nContent-Transfer-Encoding: base64\r\n\r\nYQBi\r\n";  // "a\0b"
+    BkMime text, binary;
+    ASSERT_TRUE(load(text, "Content-Type: text/plain" + base64));
     EXPECT_EQ(str(text.getBodyDecoded()), "a b");
-    BkMime binary;
-    ASSERT_TRUE(load(binary,
-                     "Content-Type: application/octet-stream\r\n"
-                     "Content-Transfer-Encoding: base64\r\n\r\nYQBi\r\n"));
+    ASSERT_TRUE(load(binary, "Content-Type: application/octet-stream" + base64));
     EXPECT_EQ(str(binary.getBodyDecoded()), "a");
 }
 
@@ -213,14 +195,11 @@ TEST_F(BkMimeFileTest, EightBitMimeIsReadInTheCharsetOfItsTextPart) {
 
 // ---- building ----
 
-TEST(BkMimeBuildTest, NewHandleStatesNoTypeAndNoEncoding) {
-    BkMime mime;
-    EXPECT_EQ(mime.header("Content-Type"), nullptr);
-    EXPECT_EQ(mime.header("Content-Transfer-Encoding"), nullptr);
-}
-
 TEST(BkMimeBuildTest, AppendToTextTurnsTheOldBodyIntoTheFirstPart) {
     BkMime mime;
+    // A new handle states no type and no encoding.
+    EXPECT_EQ(mime.header("Content-Type"), nullptr);
+    EXPECT_EQ(mime.header("Content-Transfer-Encoding"), nullptr);
     mime.SetContentType("text/plain");
     mime.SetBody("former body");
     BkMime attachment;
