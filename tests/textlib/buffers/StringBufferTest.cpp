@@ -101,55 +101,37 @@ TEST(StringBuffer, MinimizeOnlyWhenMoreThanFourBytesSpare) {
 }
 
 TEST(StringBuffer, SplitKeepsEmptyTokensQuotesAndBackslashes) {
-    struct Case {
-        const char* input;
-        bool quotes;
-        bool backslash;
-        Tokens want;
-    };
-    const Case cases[] = {
-        {"a,,b", false, false, {"a", "", "b"}},
-        {"a,", false, false, {"a", ""}},
-        {",", false, false, {"", ""}},
-        {"", false, false, {}},
-        {"\"a,b\",c", true, false, {"\"a,b\"", "c"}},
-        {"\"a,b\",c", false, false, {"\"a", "b\"", "c"}},
-        {"\"a,b,c", true, false, {"\"a,b,c"}},
-        {"a\\,b,c", false, true, {"a\\,b", "c"}},
-        {"\"a\\\",b\",c", true, true, {"\"a\\\",b\"", "c"}},
-        {"a,b\\", false, true, {"a", "b\\"}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.input);
-        StringBuffer s(c.input);
+    auto split = [](const char* input, bool quotes, bool backslash) {
+        StringBuffer s(input);
         ExtPtrArray out;
-        s.split(out, ',', c.quotes, c.backslash);
-        EXPECT_EQ(tokensOf(out), c.want);
-    }
+        s.split(out, ',', quotes, backslash);
+        return tokensOf(out);
+    };
+    EXPECT_EQ(split("a,,b", false, false), Tokens({"a", "", "b"}));
+    EXPECT_EQ(split("a,", false, false), Tokens({"a", ""}));
+    EXPECT_EQ(split(",", false, false), Tokens({"", ""}));
+    EXPECT_EQ(split("", false, false), Tokens({}));
+    EXPECT_EQ(split("\"a,b\",c", true, false), Tokens({"\"a,b\"", "c"}));
+    EXPECT_EQ(split("\"a,b\",c", false, false), Tokens({"\"a", "b\"", "c"}));
+    EXPECT_EQ(split("\"a,b,c", true, false), Tokens({"\"a,b,c"}));
+    EXPECT_EQ(split("a\\,b,c", false, true), Tokens({"a\\,b", "c"}));
+    EXPECT_EQ(split("\"a\\\",b\",c", true, true), Tokens({"\"a\\\",b\"", "c"}));
+    EXPECT_EQ(split("a,b\\", false, true), Tokens({"a", "b\\"}));
 }
 
 TEST(StringBuffer, SplitByStringSkipsEmptyPieces) {
-    struct Case {
-        const char* input;
-        const char* delimiter;
-        int max;
-        Tokens want;
-    };
-    const Case cases[] = {
-        {"--a--b", "--", 0, {"a", "b"}},
-        {"a----b--", "--", 0, {"a", "b"}},
-        {"a--b--c", "--", 2, {"a", "b"}},
-        {"abc", "--", 0, {"abc"}},
-        {"----", "--", 0, {}},
-        {"abc", "", 0, {"abc"}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.input);
-        StringBuffer s(c.input);
+    auto split = [](const char* input, const char* delimiter, int max) {
+        StringBuffer s(input);
         ExtPtrArray out;
-        s.splitByString(c.delimiter, out, c.max);
-        EXPECT_EQ(tokensOf(out), c.want);
-    }
+        s.splitByString(delimiter, out, max);
+        return tokensOf(out);
+    };
+    EXPECT_EQ(split("--a--b", "--", 0), Tokens({"a", "b"}));
+    EXPECT_EQ(split("a----b--", "--", 0), Tokens({"a", "b"}));
+    EXPECT_EQ(split("a--b--c", "--", 2), Tokens({"a", "b"}));
+    EXPECT_EQ(split("abc", "--", 0), Tokens({"abc"}));
+    EXPECT_EQ(split("----", "--", 0), Tokens({}));
+    EXPECT_EQ(split("abc", "", 0), Tokens({"abc"}));
 }
 
 TEST(StringBuffer, ReplaceAllCountsEveryOccurrenceReplaceFirstNeedsBoth) {

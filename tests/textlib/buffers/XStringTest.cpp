@@ -140,15 +140,13 @@ TEST(XString, AnsiStatus) {
 TEST(XString, SearchesCountUtf16Units) {
     XString s;
     s.setUtf8("\xC3\xA9t\xC3\xA9 \xF0\x9F\x98\x80 end");
-    struct Case {
-        const char* find;
-        int want;
     // The 4-byte form vanishes on the way to UTF-16, so it counts nothing.
-    } cases[] = {{"\xC3\xA9t", 0}, {"t", 1}, {" ", 3}, {"end", 5}, {"nope", -1}, {nullptr, -1}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.find ? c.find : "null");
-        EXPECT_EQ(s.indexOfUtf8(c.find), c.want);
-    }
+    EXPECT_EQ(s.indexOfUtf8("\xC3\xA9t"), 0);
+    EXPECT_EQ(s.indexOfUtf8("t"), 1);
+    EXPECT_EQ(s.indexOfUtf8(" "), 3);
+    EXPECT_EQ(s.indexOfUtf8("end"), 5);
+    EXPECT_EQ(s.indexOfUtf8("nope"), -1);
+    EXPECT_EQ(s.indexOfUtf8(nullptr), -1);
     EXPECT_TRUE(s.containsUtf8("t\xC3\xA9"));
     EXPECT_FALSE(s.containsUtf8(nullptr));
     EXPECT_FALSE(s.beginsWithUtf8("t"));
@@ -164,25 +162,17 @@ TEST(XString, ReplaceCharWorksOnTheUtf16Form) {
 
 TEST(XString, AppendEncoded) {
     REQUIRE_ANSI_1252();
-    struct Case {
-        const char* name;
-        const char* text;
-        const char* charset;
-        const char* want;
-    } cases[] = {
-        {"null charset is utf-8", "\xC3\xA9", nullptr, "\xC3\xA9"},
-        {"blank charset is utf-8", "\xC3\xA9", "   ", "\xC3\xA9"},
-        {"utf-8 in any case", "\xC3\xA9", " UTF-8 ", "\xC3\xA9"},
-        {"ansi", "\xE9", "Ansi", "\xC3\xA9"},
-        {"named charset", "\xE0", "iso-8859-7", "\xCE\xB0"},
-        {"unknown charset appends nothing", "abc", "no-such-charset", ""},
-        {"null text", nullptr, "utf-8", ""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    auto appended = [](const char* text, const char* charset) {
         XString s;
         s.setUtf8("<");
-        s.appendEncoded(c.text, c.charset);
-        EXPECT_EQ(std::string(s.getUtf8()), std::string("<") + c.want);
-    }
+        s.appendEncoded(text, charset);
+        return std::string(s.getUtf8());
+    };
+    EXPECT_EQ(appended("\xC3\xA9", nullptr), "<\xC3\xA9") << "null charset is utf-8";
+    EXPECT_EQ(appended("\xC3\xA9", "   "), "<\xC3\xA9") << "blank charset is utf-8";
+    EXPECT_EQ(appended("\xC3\xA9", " UTF-8 "), "<\xC3\xA9");
+    EXPECT_EQ(appended("\xE9", "Ansi"), "<\xC3\xA9");
+    EXPECT_EQ(appended("\xE0", "iso-8859-7"), "<\xCE\xB0");
+    EXPECT_EQ(appended("abc", "no-such-charset"), "<") << "unknown charset appends nothing";
+    EXPECT_EQ(appended(nullptr, "utf-8"), "<");
 }
