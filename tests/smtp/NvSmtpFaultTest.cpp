@@ -3,21 +3,17 @@
 // garbage replies, 421 and hang-up, broken TLS, hostile CRAM-MD5 challenges.
 // Every case must end within the limits it was given with a failure code, and
 // no credentials or text may leave in the clear after a failed handshake.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <string>
 
 #include "ScriptedSession.h"
 #include "ScriptedSmtpPeer.h"
 #include "mail/NvMail.h"
+#include "platform/SocketTestPeer.h"
 #include "smtp/NvSmtp.h"
 #include "support/FaultProxy.h"
 #include "support/SmtpTestServer.h"
@@ -99,15 +95,8 @@ std::unique_ptr<CNvSmtp> ClientThrough(const FaultProxy& proxy, const char* acco
 
 // A port just bound and released: nobody listens there.
 int UnusedPort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
+    testsupport::LoopbackPeer closed;
+    return closed.port();
 }
 
 }  // namespace
@@ -336,26 +325,23 @@ TEST(NvSmtpFaultReplies, Reply421ThenHangUpAtEachCommand) {
         std::vector<Step> script;
         Outcome want;
     };
-    const std::vector<Step> close421 = {Say("421 closing"), scripted::Hangup()};
-    auto after = [&](std::vector<Step> opening) {
-        opening.insert(opening.end(), close421.begin(), close421.end());
-        return opening;
+    // The whole dialogue up to the end of the text; each case cuts it after `steps`.
+    const std::vector<Step> dialogue = {Say("220 x"), Hear(), Say("250 x"),  Hear(), Say("250 ok"),
+                                        Hear(),       Say("250 ok"), Hear(), Say("354 go"), scripted::HearData()};
+    auto after = [&](size_t steps) {
+        std::vector<Step> script(dialogue.begin(), dialogue.begin() + steps);
+        script.push_back(Say("421 closing"));
+        script.push_back(scripted::Hangup());
+        return script;
     };
-    const std::vector<Step> greeted = {Say("220 x"), Hear()};
-    const std::vector<Step> opened = {Say("220 x"), Hear(), Say("250 x"), Hear()};
     const Case cases[] = {
-        {"greeting", after({}), {"connect", -421}},
+        {"greeting", after(0), {"connect", -421}},
         // HELO follows on the closed connection and finds nobody.
-        {"EHLO", after(greeted), {"connect", CNvSmtp::kNoCompleteReply}},
-        {"MAIL", after(opened), {"mail", 421}},
-        {"RCPT", after({Say("220 x"), Hear(), Say("250 x"), Hear(), Say("250 ok"), Hear()}), {"rcpt", 421}},
-        {"DATA",
-         after({Say("220 x"), Hear(), Say("250 x"), Hear(), Say("250 ok"), Hear(), Say("250 ok"), Hear()}),
-         {"data", 421}},
-        {"end of text",
-         after({Say("220 x"), Hear(), Say("250 x"), Hear(), Say("250 ok"), Hear(), Say("250 ok"), Hear(),
-                Say("354 go"), scripted::HearData()}),
-         {"data", 421}},
+        {"EHLO", after(2), {"connect", CNvSmtp::kNoCompleteReply}},
+        {"MAIL", after(4), {"mail", 421}},
+        {"RCPT", after(6), {"rcpt", 421}},
+        {"DATA", after(8), {"data", 421}},
+        {"end of text", after(10), {"data", 421}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
