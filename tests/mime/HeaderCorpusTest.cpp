@@ -13,11 +13,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "MimeTestText.h"
 #include "mime/MimeField.h"
 #include "mime/MimeHeader.h"
 #include "support/TestPaths.h"
@@ -27,6 +27,8 @@
 
 using brelkin::MimeHeader;
 using brelkin::StringBuffer;
+using mimetest::isUtf8;
+using mimetest::without;
 
 namespace {
 
@@ -57,34 +59,11 @@ void parse(MimeHeader& h, const std::string& text) {
     h.ParseMimeHeader(text.c_str(), log, false);
 }
 
-std::string without(const std::string& s, const char* drop) {
-    std::string out;
-    for (char c : s)
-        if (!std::strchr(drop, c)) out += c;
-    return out;
-}
-
 const char kWhiteSpace[] = " \t\r\n";
 const char kWhiteSpaceAndQuotes[] = " \t\r\n\"";
 
 bool sameBut(const std::string& a, const std::string& b, const char* drop) {
     return without(a, drop) == without(b, drop);
-}
-
-bool isUtf8(const std::string& s) {
-    for (size_t i = 0; i < s.size();) {
-        const unsigned char c = s[i];
-        const size_t n = c < 0x80         ? 1
-                         : (c >> 5) == 6  ? 2
-                         : (c >> 4) == 14 ? 3
-                         : (c >> 3) == 30 ? 4
-                                          : 0;
-        if (n == 0 || i + n > s.size()) return false;
-        for (size_t k = 1; k < n; ++k)
-            if ((static_cast<unsigned char>(s[i + k]) >> 6) != 2) return false;
-        i += n;
-    }
-    return true;
 }
 
 std::string asciiOnly(const std::string& s) {

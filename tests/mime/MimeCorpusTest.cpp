@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "MimeTestText.h"
 #include "mime/ClsMime.h"
 #include "mime/MimeField.h"
 #include "mime/MimeHeader.h"
@@ -29,6 +30,7 @@
 using brelkin::ClsMime;
 using brelkin::DataBuffer;
 using brelkin::MimeMessage2;
+using mimetest::str;
 
 namespace {
 
@@ -54,15 +56,11 @@ const char kRawAddressRule[] =
     "header's code page is decided anew when it is read, so it may come back through another "
     "code page";
 
-std::string bytesOf(const DataBuffer& data) {
-    return std::string(reinterpret_cast<const char*>(data.getData()), data.getSize());
-}
-
 std::string writeNode(MimeMessage2& node) {
     brelkin::LogNull log;
     DataBuffer out;
     node.getMimeDb(out, log, false);
-    return bytesOf(out);
+    return str(out);
 }
 
 std::string writeTree(ClsMime& mime) {
@@ -96,12 +94,7 @@ std::string around(const std::string& text, size_t at) {
 // The text without blanks, tabs and folds (a fold may put a blank where none
 // stood), and without double quotes when asked.
 std::string squeezeWhiteSpace(const std::string& text, bool dropQuotes = false) {
-    std::string out;
-    for (char c : text) {
-        if (c == ' ' || c == '\t' || c == '\r' || c == '\n' || (dropQuotes && c == '"')) continue;
-        out += c;
-    }
-    return out;
+    return mimetest::without(text, dropQuotes ? " \t\r\n\"" : " \t\r\n");
 }
 
 std::string assembledHeader(MimeMessage2& node) {
@@ -122,7 +115,7 @@ bool isConvertedOnceMore(MimeMessage2& node, const DataBuffer& before, const Dat
     brelkin::EncodingConvert converter;
     converter.convert(codePage == 20127 ? 28591 : codePage, 65001, before.getData(),
                       before.getSize(), converted);
-    return bytesOf(converted) == bytesOf(after);
+    return str(converted) == str(after);
 }
 
 bool isAllDashes(const std::string& text) {
@@ -138,7 +131,7 @@ bool isCutByItsBoundary(MimeMessage2& node, const std::string& boundary, const s
     brelkin::LogNull log;
     DataBuffer encoded;
     node.getMimeBodyEncodedDb(encoded, log, false);
-    return bytesOf(encoded).find(boundary) != std::string::npos;
+    return str(encoded).find(boundary) != std::string::npos;
 }
 
 std::string valueOf(const brelkin::MimeField& field) {
@@ -156,7 +149,7 @@ const char* fieldRule(const brelkin::MimeField& x, const brelkin::MimeField& y, 
     DataBuffer readAgain;
     brelkin::EncodingConvert converter;
     converter.convert(codePageY, 65001, a.data(), static_cast<uint32_t>(a.size()), readAgain);
-    if (squeezeWhiteSpace(bytesOf(readAgain)) == squeezeWhiteSpace(b)) return kRawAddressRule;
+    if (squeezeWhiteSpace(str(readAgain)) == squeezeWhiteSpace(b)) return kRawAddressRule;
     // Read again more than once: what counts is that 8-bit text went out raw
     // and came back in a page other than UTF-8.
     const bool eightBit = std::any_of(a.begin(), a.end(), [](char c) { return c & 0x80; });
@@ -205,7 +198,7 @@ std::string ruleAgainstFixpoint(MimeMessage2& a, MimeMessage2& b) {
             if (squeezeWhiteSpace(headerX) != squeezeWhiteSpace(headerY)) return "";
             rules.insert(kFoldRule);
         }
-        const std::string bodyX = bytesOf(x->getBody()), bodyY = bytesOf(y->getBody());
+        const std::string bodyX = str(x->getBody()), bodyY = str(y->getBody());
         if (bodyX != bodyY) {
             if (isConvertedOnceMore(*x, x->getBody(), y->getBody()))
                 rules.insert(kCharsetRule);
@@ -251,8 +244,8 @@ TEST(MimeCorpusTest, EveryMessageLoadsAndSettlesAfterOneRewrite) {
             continue;
         }
         const size_t at = firstDifference(second, third);
-        ADD_FAILURE() << path << ": second and third text differ at byte " << at << "\n  2nd: "
-                      << around(second, at) << "\n  3rd: " << around(third, at);
+        ADD_FAILURE() << path << ": second and third text differ at byte " << at
+                      << "\n  2nd: " << around(second, at) << "\n  3rd: " << around(third, at);
     }
     std::printf("corpus fixpoint: %d of %zu messages settle\n", settled, files.size());
     for (const auto& entry : explained)

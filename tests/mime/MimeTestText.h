@@ -1,6 +1,7 @@
 // MimeTestText.h - byte views, splitting and UTF-8 shape shared by the MIME tests
 #pragma once
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,14 @@ inline std::vector<std::string> split(const std::string& text, const std::string
         start = at + separator.size();
     }
     out.push_back(text.substr(start));
+    return out;
+}
+
+// The text without any of the bytes in `drop`.
+inline std::string without(const std::string& text, const char* drop) {
+    std::string out;
+    for (char c : text)
+        if (!std::strchr(drop, c)) out += c;
     return out;
 }
 
