@@ -17,48 +17,39 @@ std::string Text(int32_t code) {
 // One or more rows of each family, with the marks, periods and misspelling
 // that must survive as they are.
 TEST(ErrorText, RowsReadByteForByteBehindThePrefix) {
-    struct Case {
-        int32_t code;
-        const char* want;
-    } cases[] = {
-        {0, "Error #0: Success"},
-        {354, "Error #354: Start mail input; end with <CRLF>.<CRLF>"},
-        {421, "Error #421: <domain> Service not available, closing transmission channel"},
-        {441, "Error #441: No connection to SMTP server established, please connect first"},
-        {500, "Error #500: Syntax error, command unrecognized (This may include errors such as "
-              "command line too long)"},
-        {505, "Error #505: Client does not have permission to send as this sender; change the "
-              "sender e-mail address"},
-        {554, "Error #554: Transaction failed"},
-        {590, "Error #590: Unexpected response from SMTP server"},
-        {592, "Error #592: Failed to send command"},
-        {1020, "Error #1020: Failed to create instance of object, out of memory."},
-        {1102, "Error #1102: Invalid or no password entered"},
-        {10060, "Error #10060: A connection attempt failed because the connected party did not "
-                "properly respond after a period of time, or established connection failed because "
-                "connected host has failed to respond"},
-        {10061, "Error #10061: No connection could be made because the target machine actively "
-                "refused it"},
-        {11001, "Error #11001: No such host is known"},
-        {11999, "Error #11999: General WSA error"},
-        {21994, "Error #21994: TCP operation stalled, aborted."},
-        {22026, "Error #22026: Requested function not supported on this OS, or Dynamic Link "
-                "Library is missing"},
-        {22051, "Error #22051: One ore more exported functions could not be found"},
-        {37405, "Error #37405: Unexpected response from server"},
-        {37436, "Error #37436: Failed to rename the queue file"},
-        {37614, "Error #37614: Decode attachment failed"},
-        {37705, "Error #37705: Could not open 'My' certificate store"},
-        {37708, "Error #37708: The secure connection was not initialized properly."},
-        {37709, "Error #37709: EncryptMessage failure in SSPI module of the Operating System."},
-        {37711, "Error #37711: Can not finish receiving and decrypting an incomplete message, there "
-                "is not enough buffer space to hold the rest of the message."},
-        {37713, "Error #37713: Timeout on receive data, reply from server expected"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.code);
-        EXPECT_EQ(c.want, Text(c.code));
-    }
+    EXPECT_EQ(Text(0), "Error #0: Success");
+    EXPECT_EQ(Text(354), "Error #354: Start mail input; end with <CRLF>.<CRLF>");
+    EXPECT_EQ(Text(421), "Error #421: <domain> Service not available, closing transmission channel");
+    EXPECT_EQ(Text(441), "Error #441: No connection to SMTP server established, please connect first");
+    EXPECT_EQ(Text(500), "Error #500: Syntax error, command unrecognized (This may include errors such as "
+              "command line too long)");
+    EXPECT_EQ(Text(505), "Error #505: Client does not have permission to send as this sender; change the "
+              "sender e-mail address");
+    EXPECT_EQ(Text(554), "Error #554: Transaction failed");
+    EXPECT_EQ(Text(590), "Error #590: Unexpected response from SMTP server");
+    EXPECT_EQ(Text(592), "Error #592: Failed to send command");
+    EXPECT_EQ(Text(1020), "Error #1020: Failed to create instance of object, out of memory.");
+    EXPECT_EQ(Text(1102), "Error #1102: Invalid or no password entered");
+    EXPECT_EQ(Text(10060), "Error #10060: A connection attempt failed because the connected party did not "
+              "properly respond after a period of time, or established connection failed because "
+              "connected host has failed to respond");
+    EXPECT_EQ(Text(10061), "Error #10061: No connection could be made because the target machine actively "
+              "refused it");
+    EXPECT_EQ(Text(11001), "Error #11001: No such host is known");
+    EXPECT_EQ(Text(11999), "Error #11999: General WSA error");
+    EXPECT_EQ(Text(21994), "Error #21994: TCP operation stalled, aborted.");
+    EXPECT_EQ(Text(22026), "Error #22026: Requested function not supported on this OS, or Dynamic Link "
+              "Library is missing");
+    EXPECT_EQ(Text(22051), "Error #22051: One ore more exported functions could not be found");
+    EXPECT_EQ(Text(37405), "Error #37405: Unexpected response from server");
+    EXPECT_EQ(Text(37436), "Error #37436: Failed to rename the queue file");
+    EXPECT_EQ(Text(37614), "Error #37614: Decode attachment failed");
+    EXPECT_EQ(Text(37705), "Error #37705: Could not open 'My' certificate store");
+    EXPECT_EQ(Text(37708), "Error #37708: The secure connection was not initialized properly.");
+    EXPECT_EQ(Text(37709), "Error #37709: EncryptMessage failure in SSPI module of the Operating System.");
+    EXPECT_EQ(Text(37711), "Error #37711: Can not finish receiving and decrypting an incomplete message, there "
+              "is not enough buffer space to hold the rest of the message.");
+    EXPECT_EQ(Text(37713), "Error #37713: Timeout on receive data, reply from server expected");
 }
 
 TEST(ErrorText, SignCountsAndGapsReadGenericError) {

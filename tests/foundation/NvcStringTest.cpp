@@ -7,32 +7,21 @@
 
 namespace {
 
-struct ReplaceCase {
-    const char* name;
-    const char* text;
-    const char* find;
-    const char* with;
-    int caseSensitive;
-    const char* want;
-};
+std::string Replaced(const char* text, const char* find, const char* with, int caseSensitive) {
+    CNvcString s(text);
+    s.Replace(find, with, caseSensitive);
+    return s.GetData();
+}
 
 TEST(NvcString, ReplaceSweepsOnceAndKeepsOriginalCase) {
-    const ReplaceCase cases[] = {
-        {"no CR leaves text alone", "plain line", "\r\n", " <CRLF> ", 0, "plain line"},
-        {"every CR LF", "a\r\nb\r\n", "\r\n", " <CRLF> ", 0, "a <CRLF> b <CRLF> "},
-        {"find inside replacement ends", "aXa", "a", "aa", 1, "aaXaa"},
-        {"folded search copies text as it stood", "Hello hello HELLO", "hello", "x", 0, "x x x"},
-        {"folded search keeps unmatched case", "MiXeD abc", "ABC", "Q", 0, "MiXeD Q"},
-        {"case-sensitive misses other case", "Hello hello", "hello", "x", 1, "Hello x"},
-        {"empty find does nothing", "abc", "", "x", 1, "abc"},
-        {"match at both ends", "<a>", "<", "", 1, "a>"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        CNvcString s(c.text);
-        s.Replace(c.find, c.with, c.caseSensitive);
-        EXPECT_STREQ(c.want, s.GetData());
-    }
+    EXPECT_EQ(Replaced("plain line", "\r\n", " <CRLF> ", 0), "plain line") << "no CR leaves text alone";
+    EXPECT_EQ(Replaced("a\r\nb\r\n", "\r\n", " <CRLF> ", 0), "a <CRLF> b <CRLF> ");
+    EXPECT_EQ(Replaced("aXa", "a", "aa", 1), "aaXaa") << "find inside replacement ends";
+    EXPECT_EQ(Replaced("Hello hello HELLO", "hello", "x", 0), "x x x");
+    EXPECT_EQ(Replaced("MiXeD abc", "ABC", "Q", 0), "MiXeD Q") << "folded search keeps unmatched case";
+    EXPECT_EQ(Replaced("Hello hello", "hello", "x", 1), "Hello x");
+    EXPECT_EQ(Replaced("abc", "", "x", 1), "abc") << "empty find does nothing";
+    EXPECT_EQ(Replaced("<a>", "<", "", 1), "a>") << "match at both ends";
 }
 
 TEST(NvcString, GetTokenGivesDefaultForMissingAndEmptyPieces) {
@@ -65,15 +54,11 @@ TEST(NvcString, GetTokenShortcutMatchesDirectLookup) {
 }
 
 TEST(NvcString, TokenCountAndNumbers) {
-    struct Case {
-        const char* text;
-        int count;
-    } const counts[] = {{"", 0}, {"one", 1}, {"a b c", 3}, {"name  addr", 1}, {" lead", 0}};
-    for (const auto& c : counts) {
-        SCOPED_TRACE(c.text);
-        CNvcString s(c.text);
-        EXPECT_EQ(c.count, s.GetTokenCount(" "));
-    }
+    EXPECT_EQ(0, CNvcString("").GetTokenCount(" "));
+    EXPECT_EQ(1, CNvcString("one").GetTokenCount(" "));
+    EXPECT_EQ(3, CNvcString("a b c").GetTokenCount(" "));
+    EXPECT_EQ(1, CNvcString("name  addr").GetTokenCount(" "));
+    EXPECT_EQ(0, CNvcString(" lead").GetTokenCount(" "));
     CNvcString numbers("25;abc;;-7");
     EXPECT_EQ(25, numbers.GetTokenInt(";", 99, 0));
     EXPECT_EQ(0, numbers.GetTokenInt(";", 99, 1)) << "no digits converts to 0, not the default";
@@ -99,24 +84,17 @@ std::string Scramble(const std::string& plain, int k0, int k1, int k2) {
 }
 
 TEST(NvcString, UnscrambleDecodesRotatingKeys) {
-    const std::string scrambled = Scramble("s3cr\xE9t pass!", 0x11, 0xF0, 0x7F);
-    struct Case {
-        const char* name;
-        std::string text;
-        const char* want;
-    } const cases[] = {
-        {"round trip with wrap-around", scrambled, "s3cr\xE9t pass!"},
-        {"six key digits only", "A1B2C3", ""},
-        {"seven characters", "A1B2C3F", ""},
-        {"odd last character ignored", Scramble("ab", 1, 2, 3) + "7", "ab"},
-        {"zero byte ends the text", Scramble(std::string("ab\0cd", 5), 5, 6, 7), "ab"},
-        {"lower-case hex counts as 0", "000000" "6a", "`"},
+    auto unscrambled = [](const std::string& text) {
+        CNvcString s(text.c_str());
+        return std::string(s.Unscramble().GetData());
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        CNvcString s(c.text.c_str());
-        EXPECT_STREQ(c.want, s.Unscramble().GetData());
-    }
+    EXPECT_EQ(unscrambled(Scramble("s3cr\xE9t pass!", 0x11, 0xF0, 0x7F)), "s3cr\xE9t pass!")
+        << "round trip with wrap-around";
+    EXPECT_EQ(unscrambled("A1B2C3"), "") << "six key digits only";
+    EXPECT_EQ(unscrambled("A1B2C3F"), "") << "seven characters";
+    EXPECT_EQ(unscrambled(Scramble("ab", 1, 2, 3) + "7"), "ab") << "odd last character ignored";
+    EXPECT_EQ(unscrambled(Scramble(std::string("ab\0cd", 5), 5, 6, 7)), "ab") << "zero byte ends the text";
+    EXPECT_EQ(unscrambled("000000" "6a"), "`") << "lower-case hex counts as 0";
 }
 
 TEST(NvcString, TrimAffixesAndBars) {
