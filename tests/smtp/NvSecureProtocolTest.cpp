@@ -28,8 +28,11 @@ public:
     uint32_t recordCount() const { return m_recordCount; }
 };
 
+// One client channel connected to one test server, with the certificate store
+// at `store` (null: unset) for its life.
 struct Session {
-    explicit Session(const TlsTestServer::Options& options) : server(options) {
+    explicit Session(const TlsTestServer::Options& options, const char* store = nullptr)
+        : storeFolder(store), server(options) {
         EXPECT_EQ(channel.TcpConnect("127.0.0.1", server.port(), 5000), 0);
     }
     // Both ends of the handshake done.
@@ -39,14 +42,24 @@ struct Session {
         EXPECT_EQ(channel.SecureReadLine(line, timeoutMs), want);
         return line.GetData();
     }
+    // Sends `text` as a line; the server must read it whole with its CR LF.
+    void SendLine(const std::string& text) {
+        CNvcString command(text.c_str());
+        ASSERT_EQ(channel.SecureSendLine(command), 0);
+        EXPECT_EQ(command.GetData(), text + "\r\n");
+        EXPECT_EQ(server.ReceivePlain(text.size() + 2), text + "\r\n");
+    }
 
+    StoreFolder storeFolder;
     TlsTestServer server;
     Channel channel;
 };
 
-TlsTestServer::Options WithVersion(int maxVersion) {
+// maxVersion 0: the highest; tickets -1: as many as the library sends.
+TlsTestServer::Options Server(int maxVersion = 0, int tickets = -1) {
     TlsTestServer::Options options;
     options.setup.maxVersion = maxVersion;
+    options.setup.tickets = tickets;
     return options;
 }
 
@@ -65,27 +78,22 @@ TEST(SecureChannelHandshake, AcceptsAnyServerCertificate) {
         {"expired", {"localhost", -30, -1}},
         {"made out for another host", {"mail.other.invalid"}},
     };
-    StoreFolder store(nullptr);
     for (const Case& k : cases) {
         for (const VersionCase& v : kVersions) {
             SCOPED_TRACE(std::string(k.name) + ", " + v.name);
-            TlsTestServer::Options options = WithVersion(v.maxVersion);
+            TlsTestServer::Options options = Server(v.maxVersion);
             options.setup.certificate = MakeCertificate(k.certificate);
             Session s(options);
             ASSERT_TRUE(s.Up());
             s.server.Send(s.server.session().Seal({"220 ready\r\n"}));
             EXPECT_EQ(s.ReadLine(), "220 ready");
-            CNvcString command("EHLO client");
-            EXPECT_EQ(s.channel.SecureSendLine(command), 0);
-            EXPECT_STREQ(command.GetData(), "EHLO client\r\n");
-            EXPECT_EQ(s.server.ReceivePlain(13), "EHLO client\r\n");
+            s.SendLine("EHLO client");
         }
     }
 }
 
 TEST(SecureChannelHandshake, GreetingBehindTheLastHandshakeRecordNeedsNoWait) {
-    StoreFolder store(nullptr);
-    TlsTestServer::Options options = WithVersion(TLS1_2_VERSION);  // the server's flight ends the handshake
+    TlsTestServer::Options options = Server(TLS1_2_VERSION);  // the server's flight ends the handshake
     options.greeting = "220 ready\r\n";
     Session s(options);
     ASSERT_TRUE(s.Up());
@@ -109,11 +117,10 @@ TEST(SecureChannelHandshake, ClientCertificateOnlyWhenAskedAndFound) {
             SCOPED_TRACE(std::string(k.name) + ", " + v.name);
             testsupport::TempDir dir;
             if (k.storeHoldsOne) testsupport::WriteFile(dir.file("mine.pem"), mine.certPem + mine.keyPem);
-            StoreFolder store(dir.path().c_str());
-            TlsTestServer::Options options = WithVersion(v.maxVersion);
+            TlsTestServer::Options options = Server(v.maxVersion);
             options.setup.requestClientCertificate = true;
             options.setup.clientCas = {ca};
-            Session s(options);
+            Session s(options, dir.path().c_str());
             ASSERT_TRUE(s.Up());
             EXPECT_EQ(s.server.session().ClientCommonName(), k.wantName);
         }
@@ -123,12 +130,10 @@ TEST(SecureChannelHandshake, ClientCertificateOnlyWhenAskedAndFound) {
 TEST(SecureChannelHandshake, FailuresAndTheirCodes) {
     {
         SCOPED_TRACE("store folder missing");
-        StoreFolder store("/nonexistent/telmoraq-store");
-        Session s(TlsTestServer::Options{});
+        Session s(Server(), "/nonexistent/telmoraq-store");
         EXPECT_EQ(s.channel.Handshake(), -1006);
         s.channel.SecureClose();
     }
-    StoreFolder store(nullptr);
     {
         SCOPED_TRACE("server closes in the handshake");
         TlsTestServer::Options options;
@@ -150,7 +155,6 @@ TEST(SecureChannelHandshake, FailuresAndTheirCodes) {
 // A server that falls silent halfway through its flight: the loop's bound ends
 // the handshake. The tick count is pushed past the bound instead of waiting.
 TEST(SecureChannelHandshake, SilentServerEndsAtTheBound) {
-    StoreFolder store(nullptr);
     TlsTestServer::Options options;
     options.stallAfter = 20;
     Session s(options);
@@ -185,12 +189,9 @@ TEST(SecureChannelRead, LinesAcrossRecords) {
         {"a lone CR cuts the line", {"250 a\rb\r\n"}, {"250 a"}, false},
         {"zero bytes are dropped", {std::string("25\0000 z\r\n", 9)}, {"250 z"}, false},
     };
-    StoreFolder store(nullptr);
     for (const Case& k : cases) {
         SCOPED_TRACE(k.name);
-        TlsTestServer::Options options;
-        options.setup.tickets = 0;
-        Session s(options);
+        Session s(Server(0, 0));
         ASSERT_TRUE(s.Up());
         s.server.Send(s.server.session().Seal(k.records));
         if (k.closeAfter) s.server.Close();
@@ -201,10 +202,7 @@ TEST(SecureChannelRead, LinesAcrossRecords) {
 }
 
 TEST(SecureChannelRead, RecordSplitOverTwoSegments) {
-    StoreFolder store(nullptr);
-    TlsTestServer::Options options;
-    options.setup.tickets = 0;
-    Session s(options);
+    Session s(Server(0, 0));
     ASSERT_TRUE(s.Up());
     const std::string record = s.server.session().Seal({"250 whole\r\n"});
     s.server.Send(record.substr(0, record.size() / 2));
@@ -226,8 +224,7 @@ TEST(SecureChannelRead, RecordSplitOverTwoSegments) {
 }
 
 TEST(SecureChannelRead, CloseNotifyIsNoErrorUntilTheSocketCloses) {
-    StoreFolder store(nullptr);
-    Session s(TlsTestServer::Options{});
+    Session s(Server());
     ASSERT_TRUE(s.Up());
     const std::string bye = s.server.session().Seal({"221 bye\r\n"});
     s.server.Send(bye + s.server.session().SealCloseNotify());
@@ -238,21 +235,15 @@ TEST(SecureChannelRead, CloseNotifyIsNoErrorUntilTheSocketCloses) {
 }
 
 TEST(SecureChannelRead, KeyUpdateFromTheServerIsAnsweredOnTheWay) {
-    StoreFolder store(nullptr);
-    TlsTestServer::Options options;
-    options.setup.tickets = 0;
-    Session s(options);
+    Session s(Server(0, 0));
     ASSERT_TRUE(s.Up());
     s.server.Send(s.server.session().SealAfterKeyUpdate({"250 after update\r\n"}));
     EXPECT_EQ(s.ReadLine(), "250 after update");
-    CNvcString command("NOOP");
-    ASSERT_EQ(s.channel.SecureSendLine(command), 0);
-    EXPECT_EQ(s.server.ReceivePlain(6), "NOOP\r\n");
+    s.SendLine("NOOP");
 }
 
 TEST(SecureChannelRead, RenegotiationRunsThroughTheHandshakeLoop) {
-    StoreFolder store(nullptr);
-    Session s(WithVersion(TLS1_2_VERSION));
+    Session s(Server(TLS1_2_VERSION));
     ASSERT_TRUE(s.Up());
     s.server.Send(s.server.session().StartRenegotiation());
     std::thread serverSide([&] {
@@ -267,16 +258,11 @@ TEST(SecureChannelRead, RenegotiationRunsThroughTheHandshakeLoop) {
     });
     EXPECT_EQ(s.ReadLine(), "250 renegotiated");
     serverSide.join();
-    CNvcString command("NOOP");
-    ASSERT_EQ(s.channel.SecureSendLine(command), 0);
-    EXPECT_EQ(s.server.ReceivePlain(6), "NOOP\r\n");
+    s.SendLine("NOOP");
 }
 
 TEST(SecureChannelWrite, LongLineLeavesAsSeveralRecords) {
-    StoreFolder store(nullptr);
-    TlsTestServer::Options options;
-    options.setup.tickets = 0;
-    Session s(options);
+    Session s(Server(0, 0));
     ASSERT_TRUE(s.Up());
     const std::string body(40000, 'd');
     CNvcString text(body.c_str());
@@ -287,8 +273,7 @@ TEST(SecureChannelWrite, LongLineLeavesAsSeveralRecords) {
 
 TEST(SecureChannelReport, TracesTheConnection) {
     testsupport::TempDir dir;
-    StoreFolder store(nullptr);
-    Session s(TlsTestServer::Options{});
+    Session s(Server());
     s.channel.SetTraceFile(dir.file("trace.log").c_str());
     ASSERT_TRUE(s.Up());
     const std::string trace = testsupport::ReadFile(dir.file("trace.log"));
@@ -300,20 +285,17 @@ TEST(SecureChannelReport, TracesTheConnection) {
 }
 
 TEST(SecureChannelReport, NamesTheValuesItKnows) {
-    platform::SecPkgContext_ConnectionInfo info{0x20, 0x660C, 56, 0x8004, 160, 0xAA02, 1024};
-    std::vector<std::string> want = {"\tProtocol: [SS3]",  "\tCipher: [DES]",        "\tCipher strength: [56]",
-                                     "\tHash: [SHA]",      "\tKey exchange: [DH Ephemeral]",
-                                     "\tKey exchange: [1024]"};
-    std::vector<std::string> got;
-    for (const CNvcString& line : CNvSecureProtocol::FormatConnectionReport(info)) got.push_back(line.GetData());
-    EXPECT_EQ(got, want);
-
-    info = {0x304, 0x385, 256, 0x2A0, 384, 0x40E, 253};
-    got.clear();
-    for (const CNvcString& line : CNvSecureProtocol::FormatConnectionReport(info)) got.push_back(line.GetData());
-    want = {"\tProtocol: [0x304]", "\tCipher: [0x385]", "\tCipher strength: [256]",
-            "\tHash: [0x2a0]",     "\tKey exchange: [0x40e]", "\tKey exchange: [253]"};
-    EXPECT_EQ(got, want);
+    auto report = [](const platform::SecPkgContext_ConnectionInfo& info) {
+        std::vector<std::string> lines;
+        for (const CNvcString& line : CNvSecureProtocol::FormatConnectionReport(info)) lines.push_back(line.GetData());
+        return lines;
+    };
+    EXPECT_EQ(report({0x20, 0x660C, 56, 0x8004, 160, 0xAA02, 1024}),
+              (std::vector<std::string>{"\tProtocol: [SS3]", "\tCipher: [DES]", "\tCipher strength: [56]",
+                                        "\tHash: [SHA]", "\tKey exchange: [DH Ephemeral]", "\tKey exchange: [1024]"}));
+    EXPECT_EQ(report({0x304, 0x385, 256, 0x2A0, 384, 0x40E, 253}),
+              (std::vector<std::string>{"\tProtocol: [0x304]", "\tCipher: [0x385]", "\tCipher strength: [256]",
+                                        "\tHash: [0x2a0]", "\tKey exchange: [0x40e]", "\tKey exchange: [253]"}));
 }
 
 }  // namespace
