@@ -66,25 +66,19 @@ TEST(DataBuffer, FixedStepsOfByteAndUtf8Appends) {
 }
 
 TEST(DataBuffer, Utf8EncodesEachUnitByItself) {
-    struct Case {
-        uint16_t unit;
-        std::string want;
-    };
-    const Case cases[] = {
-        {0x0000, std::string(1, '\0')},
-        {0x007F, "\x7F"},
-        {0x0080, "\xC2\x80"},
-        {0x07FF, "\xDF\xBF"},
-        {0x0800, "\xE0\xA0\x80"},
-        {0xD83D, "\xED\xA0\xBD"},  // a surrogate half stays a 3-byte sequence
-        {0xFFFF, "\xEF\xBF\xBF"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "unit 0x" << std::hex << c.unit);
+    auto utf8 = [](uint16_t unit) {
         DataBuffer b;
-        EXPECT_EQ(b.appendUtf8Char(c.unit), c.want.size());
-        EXPECT_EQ(contentOf(b), c.want);
-    }
+        const uint32_t count = b.appendUtf8Char(unit);
+        EXPECT_EQ(count, b.getSize()) << "unit " << unit;
+        return contentOf(b);
+    };
+    EXPECT_EQ(utf8(0x0000), std::string(1, '\0'));
+    EXPECT_EQ(utf8(0x007F), "\x7F");
+    EXPECT_EQ(utf8(0x0080), "\xC2\x80");
+    EXPECT_EQ(utf8(0x07FF), "\xDF\xBF");
+    EXPECT_EQ(utf8(0x0800), "\xE0\xA0\x80");
+    EXPECT_EQ(utf8(0xD83D), "\xED\xA0\xBD") << "a surrogate half stays a 3-byte sequence";
+    EXPECT_EQ(utf8(0xFFFF), "\xEF\xBF\xBF");
 }
 
 TEST(DataBuffer, BorrowedMemoryIsCopiedAndNeverWritten) {

@@ -12,25 +12,17 @@ using brelkin::DataBuffer;
 using brelkin::StringBuffer;
 
 TEST(DataBufferConvert, LooksLikeMislabelledUtf8) {
-    struct Case {
-        const char* name;
-        std::string bytes;
-        int codePage;
-        bool want;
-    } cases[] = {
-        {"plain latin-1 text", "caf\xE9", 1252, false},
-        // Only the last stage of the conversion decides, and UTF-16 to UTF-8
-        // of whole units never fails: a pair found still gives false.
-        {"utf-8 in a page with holes", "caf\xC3\xA9 \xC3\x81", 1253, false},
-        {"odd byte count fails the conversion", "\xC3\xA9" "A", 1200, true},
-        {"pair at the very end is not a start", "abc\xC3", 1253, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    auto looks = [](const std::string& bytes, int codePage) {
         DataBuffer b;
-        b.append(c.bytes.data(), static_cast<uint32_t>(c.bytes.size()));
-        EXPECT_EQ(b.looksLikeMislabelledUtf8(c.codePage), c.want);
-    }
+        b.append(bytes.data(), static_cast<uint32_t>(bytes.size()));
+        return b.looksLikeMislabelledUtf8(codePage);
+    };
+    EXPECT_FALSE(looks("caf\xE9", 1252)) << "plain latin-1 text";
+    // Only the last stage of the conversion decides, and UTF-16 to UTF-8
+    // of whole units never fails: a pair found still gives false.
+    EXPECT_FALSE(looks("caf\xC3\xA9 \xC3\x81", 1253)) << "utf-8 in a page with holes";
+    EXPECT_TRUE(looks("\xC3\xA9" "A", 1200)) << "odd byte count fails the conversion";
+    EXPECT_FALSE(looks("abc\xC3", 1253)) << "pair at the very end is not a start";
 }
 
 TEST(DataBufferConvert, ToUtf8ReplacesTheDestination) {

@@ -84,28 +84,21 @@ TEST(Logger, XmlOfEachEntryTypeCleanedNamesAndNullTexts) {
 }
 
 TEST(Logger, XmlWrapsValuesInCdataOnlyWhenNeeded) {
-    struct Case {
-        const char* name;
-        const char* value;
-        const char* want;
-    };
-    const Case cases[] = {
-        {"plain", "abc", "<info>abc</info>\r\n"},
-        {"line feed", "a\nb", "<info><![CDATA[a\nb]]></info>\r\n"},
-        {"tab", "a\tb", "<info><![CDATA[a\tb]]></info>\r\n"},
-        {"ampersand", "a&b", "<info><![CDATA[a&b]]></info>\r\n"},
-        {"angle", "a<b", "<info><![CDATA[a<b]]></info>\r\n"},
-        {"close angle", "a>b", "<info><![CDATA[a>b]]></info>\r\n"},
-        {"carriage return alone", "a\rb", "<info>a\rb</info>\r\n"},
-        {"both markers", "<![CDATA[x<y]]>", "<info><![CDATA[x<y]]></info>\r\n"},
-        {"one marker only", "]]>", "<info><![CDATA[]]>]]></info>\r\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    auto entry = [](const char* value) {
         Logger log;
-        log.LogInfo(c.value);
-        EXPECT_EQ(xmlOf(log), std::string("<BrelkinLog>\r\n") + c.want + "</BrelkinLog>\r\n");
-    }
+        log.LogInfo(value);
+        return xmlOf(log);
+    };
+    auto wrapped = [](const std::string& line) { return "<BrelkinLog>\r\n" + line + "</BrelkinLog>\r\n"; };
+    EXPECT_EQ(entry("abc"), wrapped("<info>abc</info>\r\n"));
+    EXPECT_EQ(entry("a\nb"), wrapped("<info><![CDATA[a\nb]]></info>\r\n"));
+    EXPECT_EQ(entry("a\tb"), wrapped("<info><![CDATA[a\tb]]></info>\r\n"));
+    EXPECT_EQ(entry("a&b"), wrapped("<info><![CDATA[a&b]]></info>\r\n"));
+    EXPECT_EQ(entry("a<b"), wrapped("<info><![CDATA[a<b]]></info>\r\n"));
+    EXPECT_EQ(entry("a>b"), wrapped("<info><![CDATA[a>b]]></info>\r\n"));
+    EXPECT_EQ(entry("a\rb"), wrapped("<info>a\rb</info>\r\n")) << "carriage return alone";
+    EXPECT_EQ(entry("<![CDATA[x<y]]>"), wrapped("<info><![CDATA[x<y]]></info>\r\n")) << "both markers";
+    EXPECT_EQ(entry("]]>"), wrapped("<info><![CDATA[]]>]]></info>\r\n")) << "one marker only";
 }
 
 TEST(Logger, HtmlEncodesEntitiesAndQuotesContexts) {
