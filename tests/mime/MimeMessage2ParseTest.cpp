@@ -164,73 +164,58 @@ TEST(MimeMessage2Multipart, SignedContentIsWrittenBackBitExact) {
 
 // ---- the leaf road
 
-std::string leaf(const std::string& header, const std::string& content) {
-    return header + "\r\n\r\n" + content;
-}
-
-TEST(MimeMessage2Leaf, BinaryByTypeOrDispositionIsStoredUntouched) {
-    auto node =
-        parse(leaf("Content-Type: application/pdf; charset=utf-8\r\n"
-                   "Content-Transfer-Encoding: base64",
-                   "5OT/AA=="));
-    EXPECT_EQ(node->getCharset().getCodePage(), 0) << "the charset is cleared";
-    EXPECT_EQ(body(*node), std::string("\xE4\xE4\xFF\x00", 4));
-
-    node =
-        parse(leaf("Content-Type: text/plain; charset=iso-8859-1\r\n"
-                   "Content-Disposition: attachment",
-                   "caf\xE9"));
-    EXPECT_EQ(body(*node), "caf\xE9") << "an attachment is raw whatever its charset says";
-
-    node = parse(leaf("Content-Type: text/plain", std::string("a\0\xE9", 3)));
-    EXPECT_EQ(body(*node), std::string("a\0\xE9", 3)) << "text with a zero byte is binary";
-
-    node =
-        parse(leaf("Content-Type: application/EDIFACT; charset=iso-8859-1\r\n"
-                   "Content-Disposition: attachment\r\n"
-                   "Content-Transfer-Encoding: quoted-printable",
-                   "=E9"));
-    EXPECT_EQ(node->getCharset().getCodePage(), 28591) << "EDIFACT keeps its charset";
-    EXPECT_EQ(body(*node), "\xC3\xA9") << "and the quoted-printable store converts";
-
-    node = parse(leaf("Content-Type: message/rfc822\r\nContent-Transfer-Encoding: binary",
-                      "Subject: inner\r\n\r\nx"));
-    EXPECT_EQ(str(node->getEncoding()), "8bit");
-}
-
-TEST(MimeMessage2Leaf, CharsetDecisionsForEightBitText) {
-    auto node =
-        parse(leaf("Content-Type: text/plain; charset=us-ascii\r\n"
-                   "Content-Transfer-Encoding: quoted-printable",
-                   "K=E4se"));
-    EXPECT_EQ(body(*node), "K\xC3\xA4se") << "us-ascii is read as Latin-1";
-    EXPECT_EQ(node->getCharset().getCodePage(), 20127) << "and the node keeps us-ascii";
-
-    node =
-        parse(leaf("Content-Type: text/plain; charset=us-ascii\r\n"
-                   "Content-Transfer-Encoding: quoted-printable",
-                   "=93K=E4se=94"));
-    EXPECT_EQ(body(*node),
-              "\xE2\x80\x9C"
-              "K\xC3\xA4se\xE2\x80\x9D");
-    EXPECT_EQ(node->getCharset().getCodePage(), 1252);
+TEST(MimeMessage2Leaf, StoresAndCharsetDecisions) {
+    const char* qpUsAscii =
+        "Content-Type: text/plain; charset=us-ascii\r\nContent-Transfer-Encoding: quoted-printable";
+    const struct {
+        const char* why;
+        std::string header, content, body;
+        int codePage;  // -1: not looked at
+    } cases[] = {
+        {"binary by type: the charset is cleared",
+         "Content-Type: application/pdf; charset=utf-8\r\nContent-Transfer-Encoding: base64",
+         "5OT/AA==", std::string("\xE4\xE4\xFF\x00", 4), 0},
+        {"an attachment is raw whatever its charset says",
+         "Content-Type: text/plain; charset=iso-8859-1\r\nContent-Disposition: attachment",
+         "caf\xE9", "caf\xE9", -1},
+        {"text with a zero byte is binary", "Content-Type: text/plain", std::string("a\0\xE9", 3),
+         std::string("a\0\xE9", 3), -1},
+        {"EDIFACT keeps its charset, and the quoted-printable store converts",
+         "Content-Type: application/EDIFACT; charset=iso-8859-1\r\n"
+         "Content-Disposition: attachment\r\nContent-Transfer-Encoding: quoted-printable",
+         "=E9", "\xC3\xA9", 28591},
+        {"us-ascii is read as Latin-1, and the node keeps us-ascii", qpUsAscii, "K=E4se",
+         "K\xC3\xA4se", 20127},
+        {"us-ascii with C1 bytes becomes windows-1252", qpUsAscii, "=93K=E4se=94",
+         "\xE2\x80\x9CK\xC3\xA4se\xE2\x80\x9D", 1252},
+        {"untyped 8-bit text is Latin-1", "Content-Type: text/plain", "caf\xE9", "caf\xC3\xA9", -1},
+        {"unless it is UTF-8", "Content-Type: text/plain", "caf\xC3\xA9", "caf\xC3\xA9", -1},
+        {"a declared charset is believed", "Content-Type: text/plain; charset=windows-1252",
+         "caf\xC3\xA9", "caf\xC3\x83\xC2\xA9", -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.why);
+        auto node = parse(c.header + "\r\n\r\n" + c.content);
+        EXPECT_EQ(body(*node), c.body);
+        if (c.codePage >= 0) {
+            EXPECT_EQ(node->getCharset().getCodePage(), c.codePage);
+        }
+    }
+    auto node = parse(std::string(qpUsAscii) + "\r\n\r\n=93K=E4se=94");
     EXPECT_NE(field(*node, "Content-Type").find("windows-1252"), std::string::npos);
 
-    node = parse(leaf("Content-Type: text/plain", "caf\xE9"));
-    EXPECT_EQ(body(*node), "caf\xC3\xA9") << "untyped 8-bit text is Latin-1";
-    node = parse(leaf("Content-Type: text/plain", "caf\xC3\xA9"));
-    EXPECT_EQ(body(*node), "caf\xC3\xA9") << "unless it looks like UTF-8";
-    node = parse(leaf("Content-Type: text/plain; charset=windows-1252", "caf\xC3\xA9"));
-    EXPECT_EQ(body(*node), "caf\xC3\x83\xC2\xA9") << "a declared charset is believed";
+    node = parse(
+        "Content-Type: message/rfc822\r\nContent-Transfer-Encoding: binary\r\n\r\n"
+        "Subject: inner\r\n\r\nx");
+    EXPECT_EQ(str(node->getEncoding()), "8bit");
 
-    node = parse(leaf("Content-Type: text/html",
-                      "<meta http-equiv=\"Content-Type\" "
-                      "content=\"text/html; charset=utf-16\">\xE9"));
+    node = parse(
+        "Content-Type: text/html\r\n\r\n<meta http-equiv=\"Content-Type\" "
+        "content=\"text/html; charset=utf-16\">\xE9");
     EXPECT_EQ(node->getCharset().getCodePage(), 1252) << "utf-16 without zero bytes";
     EXPECT_NE(body(*node).find("\xC3\xA9"), std::string::npos);
 
-    node =
-        parse(leaf("Content-Type: text/plain; charset=iso-8859-1", " \r\n\t<X-HTML><b>bold</b>"));
+    node = parse("Content-Type: text/plain; charset=iso-8859-1\r\n\r\n \r\n\t<X-HTML><b>bold</b>");
     EXPECT_STREQ(node->getContentTypeText(), "text/html");
     EXPECT_EQ(node->getCharset().getCodePage(), 0);
     EXPECT_NE(field(*node, "Content-Type").find("us-ascii"), std::string::npos);

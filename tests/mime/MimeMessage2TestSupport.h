@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "MimeTestText.h"
 #include "mime/MimeMessage2.h"
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/buffers/StringBuffer.h"
@@ -23,13 +24,7 @@ inline std::unique_ptr<brelkin::MimeMessage2> parse(const std::string& text,
     return node;
 }
 
-inline std::string str(const brelkin::DataBuffer& data) {
-    return std::string(reinterpret_cast<const char*>(data.getData()), data.getSize());
-}
-
-inline std::string str(const brelkin::StringBuffer& text) {
-    return std::string(text.getString(), text.getSize());
-}
+using mimetest::str;
 
 inline std::string body(const brelkin::MimeMessage2& node) {
     return str(node.getBody());
