@@ -136,28 +136,19 @@ TEST(StringBuffer, SplitByStringSkipsEmptyPieces) {
 }
 
 TEST(StringBuffer, ReplaceAllCountsEveryOccurrenceReplaceFirstNeedsBoth) {
-    struct Case {
-        const char* input;
-        const char* find;
-        const char* with;
-        int wantCount;
-        const char* want;
+    using Result = std::pair<int, std::string>;  // count, text after
+    auto replaced = [](const char* input, const char* find, const char* with) {
+        StringBuffer s(input);
+        const int count = s.replaceAll(find, with);
+        return Result(count, text(s));
     };
-    const Case cases[] = {
-        {"abcab", "ab", "X", 2, "XcX"},
-        {"xab", "ab", "", 1, "x"},
-        {"aaa", "aa", "b", 1, "ba"},
-        {"aaa", "a", "aa", 3, "aaaaaa"},
-        {"a.b.", ".", nullptr, 2, "ab"},
-        {"abc", "", "x", 0, "abc"},
-        {"abc", "z", "x", 0, "abc"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.input);
-        StringBuffer s(c.input);
-        EXPECT_EQ(s.replaceAll(c.find, c.with), c.wantCount);
-        EXPECT_EQ(text(s), c.want);
-    }
+    EXPECT_EQ(replaced("abcab", "ab", "X"), Result(2, "XcX"));
+    EXPECT_EQ(replaced("xab", "ab", ""), Result(1, "x"));
+    EXPECT_EQ(replaced("aaa", "aa", "b"), Result(1, "ba"));
+    EXPECT_EQ(replaced("aaa", "a", "aa"), Result(3, "aaaaaa"));
+    EXPECT_EQ(replaced("a.b.", ".", nullptr), Result(2, "ab"));
+    EXPECT_EQ(replaced("abc", "", "x"), Result(0, "abc"));
+    EXPECT_EQ(replaced("abc", "z", "x"), Result(0, "abc"));
     StringBuffer self("a-b");
     EXPECT_EQ(self.replaceAll("-", self.getString()), 1);  // argument in its own block
     EXPECT_EQ(text(self), "aa-bb");

@@ -6,6 +6,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/CodePage.h"
@@ -276,28 +277,20 @@ TEST(CharsetRegistry, NamesAreNormalizedBeforeTheLookup) {
 }
 
 TEST(CharsetObject, SetByNameStoresTheCanonicalForm) {
-    struct Case {
-        const char* name;
-        int wantCodePage;
-        const char* wantName;
-    };
-    const Case cases[] = {
-        {"ISO-8859-1", 28591, "iso-8859-1"},
-        {"latin1", 28591, "iso-8859-1"},
-        {"SJIS", 932, "shift_jis"},
-        {"x-user-defined", 0, ""},
-        {"DEFAULT", 0, ""},
-        {"no-such-charset", 0, ""},
-        {"asmo-449", 709, ""},  // a code page without a canonical name keeps its number
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    using Result = std::pair<int, std::string>;  // code page, name
+    auto set = [](const char* name) {
         _bkCharset charset;
         charset.setByName("utf-8");
-        charset.setByName(c.name);
-        EXPECT_EQ(charset.getCodePage(), c.wantCodePage);
-        EXPECT_STREQ(charset.getName(), c.wantName);
-    }
+        charset.setByName(name);
+        return Result(charset.getCodePage(), charset.getName());
+    };
+    EXPECT_EQ(set("ISO-8859-1"), Result(28591, "iso-8859-1"));
+    EXPECT_EQ(set("latin1"), Result(28591, "iso-8859-1"));
+    EXPECT_EQ(set("SJIS"), Result(932, "shift_jis"));
+    EXPECT_EQ(set("x-user-defined"), Result(0, ""));
+    EXPECT_EQ(set("DEFAULT"), Result(0, ""));
+    EXPECT_EQ(set("no-such-charset"), Result(0, ""));
+    EXPECT_EQ(set("asmo-449"), Result(709, "")) << "a code page without a canonical name keeps its number";
 }
 
 TEST(CharsetObject, SystemCodePagesAndCopies) {
