@@ -84,6 +84,13 @@ public:
         return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : "";
     }
 
+    // Hands the accepted connection over; the caller closes it.
+    int TakeConnection() {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+
     // Closes the connection; with `reset` the peer sees a reset instead of a close.
     void Close(bool reset = false) {
         if (fd_ < 0) return;

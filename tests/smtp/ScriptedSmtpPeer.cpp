@@ -3,9 +3,6 @@
 // See ScriptedSmtpPeer.h
 #include "ScriptedSmtpPeer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -97,30 +94,14 @@ struct Peer::Connection {
 
 Peer::Peer(std::vector<Step> script, bool tlsFromStart)
     : script_(std::move(script)), tlsFromStart_(tlsFromStart) {
-    listenFd_ = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (listenFd_ < 0 || bind(listenFd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        listen(listenFd_, 1) != 0 ||
-        getsockname(listenFd_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        error_ = "cannot listen on loopback";
-        finished_ = true;
-        return;
-    }
-    port_ = ntohs(address.sin_port);
-    thread_ = std::thread(&Peer::Run, this);
+    if (listener_.port() == 0) error_ = "cannot listen on loopback";
+    else thread_ = std::thread(&Peer::Run, this);
 }
 
-Peer::~Peer() {
-    Finish();
-    if (listenFd_ >= 0) close(listenFd_);
-}
+Peer::~Peer() { Finish(); }
 
 void Peer::Finish() {
     if (thread_.joinable()) thread_.join();
-    finished_ = true;
 }
 
 const std::vector<std::string>& Peer::lines() {
@@ -134,17 +115,12 @@ const std::string& Peer::error() {
 }
 
 void Peer::Run() {
-    pollfd waiting{listenFd_, POLLIN, 0};
-    if (poll(&waiting, 1, kWaitSeconds * 1000) != 1) {
+    if (!listener_.Accept(kWaitSeconds * 1000)) {
         error_ = "no client connected";
         return;
     }
     Connection connection;
-    connection.fd = accept(listenFd_, nullptr, nullptr);
-    if (connection.fd < 0) {
-        error_ = "accept failed";
-        return;
-    }
+    connection.fd = listener_.TakeConnection();
     timeval limit{kWaitSeconds, 0};
     setsockopt(connection.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(connection.fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);

@@ -17,6 +17,8 @@
 #include <thread>
 #include <vector>
 
+#include "platform/SocketTestPeer.h"
+
 namespace scripted {
 
 struct Step {
@@ -43,7 +45,7 @@ public:
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
 
-    int port() const { return port_; }
+    int port() const { return listener_.port(); }
     // Waits for the script and the client's close; then what the client sent:
     // lines without CR LF, a DATA text whole with its line ends.
     const std::vector<std::string>& lines();
@@ -58,12 +60,10 @@ private:
 
     std::vector<Step> script_;
     bool tlsFromStart_;
-    int listenFd_ = -1;
-    int port_ = 0;
+    testsupport::LoopbackPeer listener_;
     std::vector<std::string> lines_;
     std::string error_;
     std::thread thread_;
-    bool finished_ = false;
 };
 
 }  // namespace scripted
