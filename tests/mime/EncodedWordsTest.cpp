@@ -44,11 +44,8 @@ std::string encode(bool isB, const std::string& in, int codePage, const char* ch
     ContentCoding coder;
     coder.setEncodeCommas(commas);
     StringBuffer out;
-    if (isB) {
-        EXPECT_TRUE(coder.encodeBWords(in.data(), in.size(), codePage, charset, out));
-    } else {
-        EXPECT_TRUE(coder.encodeQWords(in.data(), in.size(), codePage, charset, out));
-    }
+    EXPECT_TRUE(isB ? coder.encodeBWords(in.data(), in.size(), codePage, charset, out)
+                    : coder.encodeQWords(in.data(), in.size(), codePage, charset, out));
     return str(out);
 }
 

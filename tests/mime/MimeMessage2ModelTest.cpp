@@ -63,12 +63,9 @@ TEST(MimeMessage2Cached, ExtendedParameterSegmentsAddUp) {
 }
 
 TEST(MimeMessage2Cached, SignedNonPgpDependsOnProtocol) {
-    EXPECT_TRUE(withHeader("Content-Type: multipart/signed; "
-                           "protocol=\"application/pkcs7-signature\"; boundary=b")
-                    ->isSignedNonPgp());
-    EXPECT_FALSE(withHeader("Content-Type: multipart/signed; "
-                            "protocol=\"application/PGP-signature\"; boundary=b")
-                     ->isSignedNonPgp());
+    const std::string signedBy = "Content-Type: multipart/signed; boundary=b; protocol=";
+    EXPECT_TRUE(withHeader(signedBy + "\"application/pkcs7-signature\"")->isSignedNonPgp());
+    EXPECT_FALSE(withHeader(signedBy + "\"application/PGP-signature\"")->isSignedNonPgp());
     EXPECT_TRUE(withHeader("Content-Type: Multipart/Signed; boundary=b")->isSignedNonPgp());
     EXPECT_FALSE(withHeader("Content-Type: multipart/mixed; boundary=b")->isSignedNonPgp());
 }
