@@ -103,7 +103,7 @@ TEST(EncodingConvert, TableRoutesAndResults) {
     RunCases(cases, std::size(cases));
 }
 
-TEST(EncodingConvert, SpecialTableEntriesAndPagesWithoutRoute) {
+TEST(EncodingConvert, UnusualTableEntriesAndPagesWithoutRoute) {
     const Case cases[] = {
         // 0x814E follows 0x8198 in rising Unicode order: a delta of 0xFFB6.
         {"shift-jis delta wraps at 16 bits", 932, 1200, "\x81\x4E", Unit(0x00A8), true},
