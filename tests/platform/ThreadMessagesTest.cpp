@@ -24,13 +24,15 @@ bool Eventually(Pred done) {
 
 }  // namespace
 
-TEST(ThreadMessages, PostFailsUntilTheTargetMadeItsFirstMessageCall) {
+TEST(ThreadMessages, IdKnownAtOnceButPostsFailUntilTheTargetMadeItsFirstMessageCall) {
     std::atomic<bool> mayCall{false}, called{false}, mayEnd{false};
     std::vector<ThreadMessage> got;
     std::atomic<size_t> count{0};
-    uint32_t id = 0;
+    uint32_t id = 0, seenByBody = 0, selfId = 0;
     ThreadHandle* handle = CreateThread(
         [&] {
+            seenByBody = id;  // known before the body runs
+            selfId = GetCurrentThreadId();
             while (!mayCall) std::this_thread::yield();
             ThreadMessage m{};
             PeekMessage(m);  // creates the queue
@@ -60,19 +62,6 @@ TEST(ThreadMessages, PostFailsUntilTheTargetMadeItsFirstMessageCall) {
     }
     EXPECT_EQ(0xC002u, got[2].message);
     EXPECT_FALSE(PostThreadMessage(id, 1, 1, 1)) << "post to an ended thread";
-}
-
-TEST(ThreadMessages, ThreadIdIsKnownBeforeTheBodyRuns) {
-    uint32_t id = 0;
-    uint32_t seenByBody = 0, selfId = 0;
-    ThreadHandle* handle = CreateThread(
-        [&] {
-            seenByBody = id;
-            selfId = GetCurrentThreadId();
-        },
-        &id);
-    ASSERT_NE(nullptr, handle);
-    JoinAndCloseThread(handle);
     EXPECT_EQ(selfId, seenByBody);
     EXPECT_NE(GetCurrentThreadId(), id);
 }
