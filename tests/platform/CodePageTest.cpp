@@ -47,11 +47,6 @@ protected:
 
 }  // namespace
 
-TEST_F(CodePages, DefaultsWithoutRegistryValues) {
-    EXPECT_EQ(1252u, GetACP());
-    EXPECT_EQ(437u, GetOEMCP());
-}
-
 TEST_F(CodePages, ReadFromTheRegistryOncePerProcess) {
     ASSERT_EQ(0u, CreateRegistryKey(HKEY_LOCAL_MACHINE, kNls, true));
     ASSERT_EQ(0u, SetRegistryString(HKEY_LOCAL_MACHINE, kNls, "ACP", "932", true));
@@ -64,7 +59,10 @@ TEST_F(CodePages, ReadFromTheRegistryOncePerProcess) {
     EXPECT_EQ(std::string("\x93\xfa", 2), Narrow(kCpAcp, u"\u65e5"));
 }
 
-TEST_F(CodePages, UnusableRegistryValuesFallBack) {
+TEST_F(CodePages, MissingOrUnusableRegistryValuesFallBack) {
+    EXPECT_EQ(1252u, GetACP());
+    EXPECT_EQ(437u, GetOEMCP());
+    ResetCodePageCacheForTest();
     ASSERT_EQ(0u, CreateRegistryKey(HKEY_LOCAL_MACHINE, kNls, true));
     ASSERT_EQ(0u, SetRegistryDword(HKEY_LOCAL_MACHINE, kNls, "ACP", 932, true));  // not a string
     ASSERT_EQ(0u, SetRegistryString(HKEY_LOCAL_MACHINE, kNls, "OEMCP", "oem", true));
