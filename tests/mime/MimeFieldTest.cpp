@@ -221,46 +221,37 @@ TEST(MimeFieldWrite, LongEncodedSubjectsKeepWholeCharacters) {
 }
 
 TEST(MimeFieldWrite, AddressLists) {
-    std::string to = std::string("To: J") + kUe + "rgen <j@x.de>, Anna <a@b.c>, \"M" + kUe +
-                     "ller, Jo\" <m@x.de>";
-    std::vector<std::string> out = lines(written(to, "utf-8"));
-    ASSERT_EQ(out.size(), 3u);
-    EXPECT_EQ(out[0], "To: =?utf-8?B?SsO8cmdlbg==?= <j@x.de>, ");
-    EXPECT_EQ(out[1], "\tAnna <a@b.c>, ");
-    EXPECT_EQ(out[2], "\t=?utf-8?B?TcO8bGxlciwgSm8=?= <m@x.de>") << "quotes go into the word";
-
-    // A plain quoted name loses its quotes all the same: its comma then
-    // splits the list when the field is read again.
-    std::string plainQuoted = std::string("Cc: \"Doe, John\" <j@x.org>, J") + kUe + "rg <g@y.de>";
-    std::string written8 = written(plainQuoted, "utf-8");
-    EXPECT_EQ(lines(written8)[0], "Cc: Doe, John <j@x.org>, ");
-
-    // Under a single-byte charset names are Q words; the first escapes its comma.
-    std::string latin =
-        std::string("To: \"M") + kUe + "ller, A\" <a@x.de>, \"Z" + kUe + "ge, B\" <b@x.de>";
-    std::string q = written(latin, "iso-8859-1");
-    EXPECT_EQ(lines(q)[0], "To: =?iso-8859-1?Q?M=FCller=2C_A?= <a@x.de>, ");
-    EXPECT_EQ(lines(q)[1], "\t=?iso-8859-1?Q?Z=FCge,_B?= <b@x.de>");
-
-    // No angle address: an address field's bytes go raw, others are encoded.
-    EXPECT_EQ(written(std::string("To: J") + kUe + "rg", "utf-8"),
-              std::string("To: J") + kUe + "rg");
-    EXPECT_EQ(written(std::string("Reply-To: J") + kUe + "rg", "utf-8"),
-              "Reply-To: =?utf-8?B?SsO8cmc=?=");
-    // Bare addresses before the first angle address pass as they are.
-    std::vector<std::string> bare =
-        lines(written(std::string("To: a@b.c, J") + kUe + "rg <j@x.de>", "utf-8"));
-    ASSERT_EQ(bare.size(), 2u);
-    EXPECT_EQ(bare[0], "To: a@b.c, ");
-    EXPECT_EQ(bare[1], "\t=?utf-8?B?SsO8cmc=?= <j@x.de>");
-
-    // Under ISO-2022-JP the converted name is 7-bit, and still it becomes a word.
-    EXPECT_EQ(written(std::string("To: ") + kNihongo + " <j@x.jp>", "iso-2022-jp"),
-              "To: =?iso-2022-jp?B?GyRCRnxLXDhsGyhC?= <j@x.jp>");
+    const struct {
+        const char* why;
+        const char* charset;
+        const char* input;
+        const char* want;
+    } cases[] = {
+        {"one address a line; quotes go into the word", "utf-8",
+         "To: J\xC3\xBCrgen <j@x.de>, Anna <a@b.c>, \"M\xC3\xBCller, Jo\" <m@x.de>",
+         "To: =?utf-8?B?SsO8cmdlbg==?= <j@x.de>, \r\n\tAnna <a@b.c>, \r\n\t"
+         "=?utf-8?B?TcO8bGxlciwgSm8=?= <m@x.de>"},
+        // A plain quoted name loses its quotes all the same: its comma then
+        // splits the list when the field is read again.
+        {"plain quoted name", "utf-8", "Cc: \"Doe, John\" <j@x.org>, J\xC3\xBCrg <g@y.de>",
+         "Cc: Doe, John <j@x.org>, \r\n\t=?utf-8?B?SsO8cmc=?= <g@y.de>"},
+        {"single-byte charset: Q words, the first escapes its comma", "iso-8859-1",
+         "To: \"M\xC3\xBCller, A\" <a@x.de>, \"Z\xC3\xBCge, B\" <b@x.de>",
+         "To: =?iso-8859-1?Q?M=FCller=2C_A?= <a@x.de>, \r\n\t=?iso-8859-1?Q?Z=FCge,_B?= <b@x.de>"},
+        // No angle address: an address field's bytes go raw, others are encoded.
+        {"address field, no angle address", "utf-8", "To: J\xC3\xBCrg", "To: J\xC3\xBCrg"},
+        {"other field, no angle address", "utf-8", "Reply-To: J\xC3\xBCrg",
+         "Reply-To: =?utf-8?B?SsO8cmc=?="},
+        {"bare addresses before the first angle address pass as they are", "utf-8",
+         "To: a@b.c, J\xC3\xBCrg <j@x.de>", "To: a@b.c, \r\n\t=?utf-8?B?SsO8cmc=?= <j@x.de>"},
+        {"ISO-2022-JP: the 7-bit name still becomes a word", "iso-2022-jp",
+         "To: \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E <j@x.jp>",
+         "To: =?iso-2022-jp?B?GyRCRnxLXDhsGyhC?= <j@x.jp>"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(written(c.input, c.charset), c.want) << c.why;
 
     // Groups and comments: not cut apart, read back the same.
-    std::string group = std::string("To: Team: J") + kUe + "rg <j@x.de>, Ann <a@b.c>;";
-    EXPECT_EQ(value(written(group, "utf-8")),
-              std::string("Team: J") + kUe + "rg <j@x.de>, Ann <a@b.c>,")
+    EXPECT_EQ(value(written("To: Team: J\xC3\xBCrg <j@x.de>, Ann <a@b.c>;", "utf-8")),
+              "Team: J\xC3\xBCrg <j@x.de>, Ann <a@b.c>,")
         << "the group's ; became , on reading";
 }
