@@ -84,7 +84,7 @@ TEST(NvSmtpTls, StartTlsUpgradesAndHelloRunsAgain) {
     }
 }
 
-TEST(NvSmtpTls, FailedHandshakeClosesTheSession) {
+TEST(NvSmtpTls, FailedHandshakeClosesTheSessionAndSendsNothingInTheClear) {
     struct Case {
         const char* name;
         std::vector<Step> script;
@@ -96,17 +96,22 @@ TEST(NvSmtpTls, FailedHandshakeClosesTheSession) {
          {"Perform secure handshake failed", "Disconnected"}},
         {"server hangs up: the socket is gone already, no QUIT, no line", {scripted::Hangup()},
          {"Connect to: [127.0.0.1:PORT]", "Perform secure handshake failed"}},
+        // Read as the head of a huge record: the handshake waits for the rest until the hang-up.
+        {"plain greeting where the server's hello belongs",
+         {Say("220 plain text"), scripted::Pause(200), scripted::Hangup()},
+         {"Connect to: [127.0.0.1:PORT]", "Perform secure handshake failed"}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         testsupport::TempDir dir;
         scripted::Peer peer(c.script);
-        auto client = scripted::ClientFor(peer.port());
+        auto client = scripted::ClientFor(peer.port(), "user", "pass");
         client->SetTraceFile(dir.file("trace.log").c_str());
         client->m_secure = 1;
         EXPECT_EQ(client->Connect(), CNvSmtp::kHandshakeFailed);
         EXPECT_FALSE(client->IsConnected());
-        peer.lines();
+        // Whatever left was handshake bytes: no line of the dialogue.
+        for (const std::string& line : peer.lines()) EXPECT_EQ(line.find("AUTH"), std::string::npos) << line;
         const Lines trace = scripted::TraceLines(dir.file("trace.log"));
         ASSERT_GE(trace.size(), c.traceEnd.size());
         Lines tail(trace.end() - 2, trace.end());
