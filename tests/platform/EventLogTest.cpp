@@ -6,8 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <vector>
+#include <regex>
+#include <sstream>
 #include <string>
+#include <vector>
 
 using namespace platform;
 
@@ -23,19 +25,15 @@ protected:
 
 // The lines of `text` with their "YYYY-MM-DD hh:mm:ss " stamps checked and cut.
 std::vector<std::string> Unstamped(const std::string& text) {
+    EXPECT_TRUE(text.empty() || text.back() == '\n') << "last line not closed";
+    const std::regex stamped(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d ([\s\S]*))");
+    std::istringstream in(text);
     std::vector<std::string> lines;
-    size_t start = 0;
-    for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
-        std::string line = text.substr(start, end - start);
-        const std::string stamp = line.substr(0, 20);
-        for (size_t i = 0; i < stamp.size(); ++i) {
-            const char want = "0000-00-00 00:00:00 "[i];
-            const bool ok = want == '0' ? stamp[i] >= '0' && stamp[i] <= '9' : stamp[i] == want;
-            EXPECT_TRUE(ok) << "bad stamp: " << line;
-        }
-        lines.push_back(line.size() > 20 ? line.substr(20) : "");
+    std::smatch match;
+    for (std::string line; std::getline(in, line);) {
+        EXPECT_TRUE(std::regex_match(line, match, stamped)) << "bad stamp: " << line;
+        lines.push_back(match.size() > 1 ? match[1].str() : line);
     }
-    EXPECT_EQ(text.size(), start) << "last line not closed";
     return lines;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -31,16 +32,10 @@ inline std::unique_ptr<CNvSmtp> ClientFor(int port, const char* account = "", co
 
 // The trace lines with their "[hh:mm:ss]  " stamps cut off.
 inline std::vector<std::string> TraceLines(const std::string& path) {
-    const std::string text = testsupport::ReadFile(path);
+    std::istringstream text(testsupport::ReadFile(path));
     std::vector<std::string> lines;
-    size_t start = 0;
-    while (start < text.size()) {
-        size_t end = text.find('\n', start);
-        if (end == std::string::npos) end = text.size();
-        const std::string line = text.substr(start, end - start);
+    for (std::string line; std::getline(text, line);)
         lines.push_back(line.size() >= 12 && line[0] == '[' ? line.substr(12) : line);
-        start = end + 1;
-    }
     return lines;
 }
 
