@@ -15,9 +15,7 @@
 #include <vector>
 
 using namespace platform;
-using testsupport::ReadFile;
-using testsupport::TempDir;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 namespace {
 

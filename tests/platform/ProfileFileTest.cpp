@@ -8,8 +8,7 @@
 #include <string>
 
 using namespace platform;
-using testsupport::ReadFile;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 namespace {
 

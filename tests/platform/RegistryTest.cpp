@@ -20,9 +20,7 @@
 #include <vector>
 
 using namespace platform;
-using testsupport::ReadFile;
-using testsupport::ScratchRegistry;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 namespace {
 

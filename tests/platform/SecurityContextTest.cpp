@@ -12,12 +12,7 @@
 namespace {
 
 using namespace platform;
-using testsupport::CertificateShape;
-using testsupport::MakeCertificate;
-using testsupport::ServerSetup;
-using testsupport::StoreFolder;
-using testsupport::TestCertificate;
-using testsupport::TlsServerSession;
+using namespace testsupport;
 
 struct StepResult {
     SECURITY_STATUS status;

@@ -19,9 +19,7 @@
 
 namespace {
 
-using testsupport::ReadFile;
-using testsupport::TempDir;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 // A datagram socket bound where NOTIFY_SOCKET points.
 class NotifyListener {

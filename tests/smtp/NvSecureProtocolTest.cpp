@@ -15,11 +15,7 @@
 
 namespace {
 
-using testsupport::CertificateShape;
-using testsupport::MakeCertificate;
-using testsupport::StoreFolder;
-using testsupport::TestCertificate;
-using testsupport::TlsTestServer;
+using namespace testsupport;
 
 class Channel : public CNvSecureProtocol {
 public:

@@ -12,10 +12,7 @@
 #include "foundation/NvcBase64.h"
 #include "smtp/NvSmtp.h"
 
-using scripted::Ehlo;
-using scripted::Hear;
-using scripted::Say;
-using scripted::Step;
+using namespace scripted;
 using Lines = std::vector<std::string>;
 
 namespace {

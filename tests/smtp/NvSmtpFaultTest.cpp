@@ -18,13 +18,8 @@
 #include "support/FaultProxy.h"
 #include "support/SmtpTestServer.h"
 
-using scripted::Ehlo;
-using scripted::Hear;
-using scripted::Say;
-using scripted::SayRaw;
-using scripted::Step;
-using testsupport::FaultProxy;
-using testsupport::SmtpTestServer;
+using namespace scripted;
+using namespace testsupport;
 using Lines = std::vector<std::string>;
 using Fault = FaultProxy::Fault;
 

@@ -11,14 +11,7 @@
 #include "ScriptedSmtpPeer.h"
 #include "mail/NvMail.h"
 
-using scripted::Ehlo;
-using scripted::Hear;
-using scripted::HearData;
-using scripted::Helo;
-using scripted::Pause;
-using scripted::Say;
-using scripted::SayRaw;
-using scripted::Step;
+using namespace scripted;
 using Lines = std::vector<std::string>;
 
 namespace {

@@ -8,12 +8,7 @@
 #include "ScriptedSmtpPeer.h"
 #include "smtp/NvSmtp.h"
 
-using scripted::Ehlo;
-using scripted::Hear;
-using scripted::HearData;
-using scripted::Helo;
-using scripted::Say;
-using scripted::Step;
+using namespace scripted;
 using Lines = std::vector<std::string>;
 
 namespace {
