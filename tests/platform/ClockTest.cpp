@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include "platform/RegistryTestEnv.h"
+
 #include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,27 +14,17 @@ using namespace platform;
 
 namespace {
 
-// Sets TZ for one test and restores it.
+// Sets TZ for one test and restores it, with the library told both times.
 class ZoneGuard {
 public:
-    explicit ZoneGuard(const char* zone) {
-        const char* old = std::getenv("TZ");
-        hadOld_ = old != nullptr;
-        if (hadOld_) old_ = old;
-        ::setenv("TZ", zone, 1);
-        ::tzset();
-    }
+    explicit ZoneGuard(const char* zone) : setting_(std::in_place, "TZ", zone) { ::tzset(); }
     ~ZoneGuard() {
-        if (hadOld_)
-            ::setenv("TZ", old_.c_str(), 1);
-        else
-            ::unsetenv("TZ");
+        setting_.reset();
         ::tzset();
     }
 
 private:
-    std::string old_;
-    bool hadOld_ = false;
+    std::optional<testsupport::EnvSetting> setting_;
 };
 
 }  // namespace

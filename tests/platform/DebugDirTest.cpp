@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include "platform/RegistryTestEnv.h"
 
 TEST(DebugDir, NamedByTheEnvironmentWithADefault) {
     struct Case {
@@ -18,12 +18,8 @@ TEST(DebugDir, NamedByTheEnvironmentWithADefault) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.value ? c.value : "(unset)");
-        if (c.value)
-            ::setenv("TELMORAQ_DEBUG_DIR", c.value, 1);
-        else
-            ::unsetenv("TELMORAQ_DEBUG_DIR");
+        testsupport::EnvSetting setting("TELMORAQ_DEBUG_DIR", c.value);
         EXPECT_EQ(c.wantDir, platform::DebugDir());
         EXPECT_EQ(c.wantFile, platform::DebugFile("trees.log"));
     }
-    ::unsetenv("TELMORAQ_DEBUG_DIR");
 }

@@ -1,6 +1,7 @@
 // EventLogTest.cpp - entries in the file named by TELMORAQ_EVENTLOG
 #include "platform/EventLog.h"
 
+#include "platform/RegistryTestEnv.h"
 #include "support/TestPaths.h"
 
 #include <gtest/gtest.h>
@@ -17,10 +18,9 @@ namespace {
 
 class EventFile : public ::testing::Test {
 protected:
-    void SetUp() override { ::setenv("TELMORAQ_EVENTLOG", path.c_str(), 1); }
-    void TearDown() override { ::unsetenv("TELMORAQ_EVENTLOG"); }
     testsupport::TempDir dir;
     std::string path = dir.file("events.log");
+    testsupport::EnvSetting setting{"TELMORAQ_EVENTLOG", path.c_str()};
 };
 
 // The lines of `text` with their "YYYY-MM-DD hh:mm:ss " stamps checked and cut.

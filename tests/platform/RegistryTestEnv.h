@@ -1,37 +1,45 @@
-// RegistryTestEnv.h - points the registry at a scratch file for one test
-//
-// Sets TELMORAQ_REGISTRY for the life of the object and puts it back after.
+// RegistryTestEnv.h - environment settings for one test: any variable, and the
+// registry pointed at a scratch file
 #pragma once
 
 #include "support/TestPaths.h"
 
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 namespace testsupport {
 
+// Sets (null: unsets) a variable for the life of the object; puts back what was there.
+class EnvSetting {
+public:
+    EnvSetting(const char* name, const char* value) : name_(name) {
+        if (const char* old = std::getenv(name)) old_ = old;
+        Set(value);
+    }
+    ~EnvSetting() { Set(old_ ? old_->c_str() : nullptr); }
+    EnvSetting(const EnvSetting&) = delete;
+    EnvSetting& operator=(const EnvSetting&) = delete;
+
+private:
+    void Set(const char* value) {
+        if (value != nullptr) ::setenv(name_.c_str(), value, 1);
+        else ::unsetenv(name_.c_str());
+    }
+    std::string name_;
+    std::optional<std::string> old_;
+};
+
+// TELMORAQ_REGISTRY names registry.reg in a fresh folder.
 class ScratchRegistry {
 public:
-    ScratchRegistry() : path_(dir_.file("registry.reg")) {
-        const char* old = std::getenv("TELMORAQ_REGISTRY");
-        hadOld_ = old != nullptr;
-        if (hadOld_) old_ = old;
-        ::setenv("TELMORAQ_REGISTRY", path_.c_str(), 1);
-    }
-    ~ScratchRegistry() {
-        if (hadOld_)
-            ::setenv("TELMORAQ_REGISTRY", old_.c_str(), 1);
-        else
-            ::unsetenv("TELMORAQ_REGISTRY");
-    }
     const std::string& path() const { return path_; }
     const TempDir& dir() const { return dir_; }
 
 private:
     TempDir dir_;
-    std::string path_;
-    std::string old_;
-    bool hadOld_ = false;
+    std::string path_ = dir_.file("registry.reg");
+    EnvSetting setting_{"TELMORAQ_REGISTRY", path_.c_str()};
 };
 
 }  // namespace testsupport

@@ -14,9 +14,10 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "platform/RegistryTestEnv.h"
 
 namespace testsupport {
 
@@ -60,13 +61,9 @@ inline EVP_PKEY* KeyFromPem(const std::string& pem) {
     return key;
 }
 
-// Points TELMORAQ_CERT_STORE at `path` (null: unset) for one test; unset after.
-struct StoreFolder {
-    explicit StoreFolder(const char* path) {
-        if (path != nullptr) setenv("TELMORAQ_CERT_STORE", path, 1);
-        else unsetenv("TELMORAQ_CERT_STORE");
-    }
-    ~StoreFolder() { unsetenv("TELMORAQ_CERT_STORE"); }
+// Points TELMORAQ_CERT_STORE at `path` (null: unset) for one test.
+struct StoreFolder : EnvSetting {
+    explicit StoreFolder(const char* path) : EnvSetting("TELMORAQ_CERT_STORE", path) {}
 };
 
 inline void AddExtension(X509* cert, X509* issuer, int nid, const char* value) {
