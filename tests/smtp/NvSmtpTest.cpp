@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 
 #include "ScriptedSession.h"
 #include "ScriptedSmtpPeer.h"
 #include "mail/NvMail.h"
+#include "platform/SocketTestPeer.h"
 
 using namespace scripted;
 using Lines = std::vector<std::string>;
@@ -153,8 +155,13 @@ TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
     }
 }
 
-TEST(NvSmtpConnect, BadSettingsFailBeforeAnyTraffic) {
+TEST(NvSmtpConnect, BadSettingsOrNoServerFailWithinTheConnectLimit) {
     testsupport::TempDir dir;
+    int closedPort;
+    {
+        testsupport::LoopbackPeer closed;
+        closedPort = closed.port();
+    }
     struct Case {
         const char* name;
         const char* host;
@@ -168,6 +175,8 @@ TEST(NvSmtpConnect, BadSettingsFailBeforeAnyTraffic) {
         {"port above 65536", "127.0.0.1", 65537, CNvSmtp::kBadPort, "Invalid hostname"},
         {"port 0 passes the check and fails at the connect", "127.0.0.1", 0, CNvSmtp::kConnectFailed,
          "Connect failed"},
+        {"refused port", "127.0.0.1", closedPort, CNvSmtp::kConnectFailed, "Connect failed"},
+        {"unknown host", "no-such-host.invalid", 25, CNvSmtp::kConnectFailed, "Connect failed"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -177,7 +186,11 @@ TEST(NvSmtpConnect, BadSettingsFailBeforeAnyTraffic) {
         client.SetHost(c.host);
         client.m_port = c.port;
         client.m_connectTimeout = 300;
+        const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(client.Connect(), c.result);
+        // Name resolution is outside the connect limit; with .invalid it still answers at once.
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300 + 1500));
+        EXPECT_FALSE(client.IsConnected());
         const Lines lines = scripted::TraceLines(trace);
         ASSERT_EQ(lines.size(), 2u);
         EXPECT_EQ(lines[0], "Connect to: [" + std::string(c.host) + ":" + std::to_string(c.port) + "]");
