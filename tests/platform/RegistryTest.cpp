@@ -44,6 +44,8 @@ std::string Text(const RegistryValue& value) {
 TEST(Registry, ReadsValuesWithTheirTypesAndKeyRules) {
     ScratchRegistry reg;
     ASSERT_TRUE(WriteFile(reg.path(), kSample));
+    const char* server = "Software\\Norvane\\Telmora\\QueueServer";
+    const std::string pickup("C:\\Queue \"A\"\0", 13);
     struct Case {
         const char* name;
         RegistryHive hive;
@@ -53,21 +55,15 @@ TEST(Registry, ReadsValuesWithTheirTypesAndKeyRules) {
         uint32_t wantType;
         std::string wantData;
     } cases[] = {
-        {"string with escapes", HKEY_LOCAL_MACHINE, "Software\\Norvane\\Telmora\\QueueServer",
-         "PickupDir", 0, kRegSz, std::string("C:\\Queue \"A\"\0", 13)},
-        {"dword", HKEY_LOCAL_MACHINE, "Software\\Norvane\\Telmora\\QueueServer", "Interval", 0,
-         kRegDword, std::string("\x0a\0\0\0", 4)},
+        {"string with escapes", HKEY_LOCAL_MACHINE, server, "PickupDir", 0, kRegSz, pickup},
+        {"dword", HKEY_LOCAL_MACHINE, server, "Interval", 0, kRegDword, std::string("\x0a\0\0\0", 4)},
         {"names without case, trailing backslash", HKEY_LOCAL_MACHINE,
-         "SOFTWARE\\norvane\\TELMORA\\queueserver\\", "pickupdir", 0, kRegSz,
-         std::string("C:\\Queue \"A\"\0", 13)},
+         "SOFTWARE\\norvane\\TELMORA\\queueserver\\", "pickupdir", 0, kRegSz, pickup},
         {"other hive", HKEY_CLASSES_ROOT, "MIME\\Database\\CodePage\\1252", "BodyCharset", 0,
          kRegSz, std::string("iso-8859-1\0", 11)},
-        {"hive is part of the key", HKEY_CLASSES_ROOT, "Software\\Norvane\\Telmora\\QueueServer",
-         "PickupDir", 2, 0, ""},
-        {"unreadable line is no value", HKEY_LOCAL_MACHINE,
-         "Software\\Norvane\\Telmora\\QueueServer", "Broken", 2, 0, ""},
-        {"missing value", HKEY_LOCAL_MACHINE, "Software\\Norvane\\Telmora\\QueueServer", "Nope", 2,
-         0, ""},
+        {"hive is part of the key", HKEY_CLASSES_ROOT, server, "PickupDir", 2, 0, ""},
+        {"unreadable line is no value", HKEY_LOCAL_MACHINE, server, "Broken", 2, 0, ""},
+        {"missing value", HKEY_LOCAL_MACHINE, server, "Nope", 2, 0, ""},
         {"missing key", HKEY_LOCAL_MACHINE, "Software\\Nobody", "PickupDir", 2, 0, ""},
     };
     for (const Case& c : cases) {
@@ -272,8 +268,8 @@ TEST(Registry, FullDiskLeavesTheOldFileWhole) {
         const bool intact = ReadFile(path) == big &&
                             QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "v0", value, true) == 0;
         std::error_code ec;
-        const auto entries =
-            std::distance(std::filesystem::directory_iterator(tiny, ec), std::filesystem::directory_iterator());
+        const auto entries = std::distance(std::filesystem::directory_iterator(tiny, ec),
+                                           std::filesystem::directory_iterator());
         return error == kErrorDiskFull && intact && entries == 1;
     });
     if (result == 77) GTEST_SKIP() << "no user namespaces here: disk-full case skipped";
