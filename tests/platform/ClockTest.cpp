@@ -60,7 +60,8 @@ TEST(Clock, LocalTimeFollowsTheZoneAndItsDaylightRule) {
         SystemTime got{};
         LocalTimeOf(c.unix, got);
         auto fields = [](const SystemTime& t) {
-            return std::vector<int>{t.wYear, t.wMonth, t.wDayOfWeek, t.wDay, t.wHour, t.wMinute, t.wSecond};
+            return std::vector<int>{t.wYear, t.wMonth, t.wDayOfWeek, t.wDay,
+                                    t.wHour, t.wMinute, t.wSecond};
         };
         EXPECT_EQ(fields(c.want), fields(got));
     }

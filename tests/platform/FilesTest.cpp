@@ -93,7 +93,8 @@ TEST(CopyFileDurably, CopiesCompletelyAndNeverOverwritesWhenAsked) {
     EXPECT_EQ(kErrorAccessDenied, CopyFileDurably(dir.path(), dir.file("x"), true));
 
     // No temporary file is left behind by any of these.
-    EXPECT_EQ(3, std::distance(std::filesystem::directory_iterator(dir.path()), std::filesystem::directory_iterator()));
+    EXPECT_EQ(3, std::distance(std::filesystem::directory_iterator(dir.path()),
+                               std::filesystem::directory_iterator()));
 }
 
 TEST(Files, DeleteAndPathKinds) {

@@ -287,8 +287,8 @@ TEST(NvSmtpFaultReplies, Reply421ThenHangUpAtEachCommand) {
         Outcome want;
     };
     // The whole dialogue up to the end of the text; each case cuts it after `steps`.
-    const std::vector<Step> dialogue = {Say("220 x"), Hear(), Say("250 x"),  Hear(), Say("250 ok"),
-                                        Hear(),       Say("250 ok"), Hear(), Say("354 go"), scripted::HearData()};
+    const std::vector<Step> dialogue = {Say("220 x"), Hear(), Say("250 x"), Hear(), Say("250 ok"),
+                                        Hear(), Say("250 ok"), Hear(), Say("354 go"), scripted::HearData()};
     auto after = [&](size_t steps) {
         std::vector<Step> script(dialogue.begin(), dialogue.begin() + steps);
         script.push_back(Say("421 closing"));
