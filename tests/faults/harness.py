@@ -330,6 +330,14 @@ def open_descriptors(pid):
 class FaultTest(unittest.TestCase):
     """Common checks: nothing lost, nothing twice, the process alive."""
 
+    def running_with_peer(self):
+        """A started service past its first pass, with a peer that delivers into its mail folder."""
+        service = Service(self)
+        peer = Peer(self, service.path("mail"))
+        proc = service.start()
+        self.assertTrue(service.wait_first_pass())
+        return service, peer, proc
+
     def assertAlive(self, service, proc):
         self.assertIsNone(proc.poll(), "the service died: %r\n%s" % (proc.returncode, service.stderr()))
 

@@ -187,10 +187,7 @@ class OddContents(FaultTest):
 
 class PickupFolder(FaultTest):
     def test_a_vanished_or_replaced_folder_costs_no_cpu_and_delivery_resumes(self):
-        service = Service(self)
-        peer = Peer(self, service.path("mail"))
-        proc = service.start()
-        self.assertTrue(service.wait_first_pass())
+        service, peer, proc = self.running_with_peer()
         pickup = service.path("pickup")
         os.rename(pickup, service.path("pickup.away"))
         for phase in ("removed", "a file"):

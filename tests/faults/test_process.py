@@ -53,10 +53,7 @@ class Limits(FaultTest):
 
 
     def test_with_no_descriptor_left_a_file_waits_and_goes_when_one_is_free(self):
-        service = Service(self)
-        peer = Peer(self, service.path("mail"))
-        proc = service.start()
-        self.assertTrue(service.wait_first_pass())
+        service, peer, proc = self.running_with_peer()
         time.sleep(1.5)
         before = open_descriptors(proc.pid)
         soft, hard = resource.prlimit(proc.pid, resource.RLIMIT_NOFILE)

@@ -48,10 +48,7 @@ def temporaries(service):
 
 class Producers(FaultTest):
     def test_a_renaming_producer_is_delivered_once_and_whole(self):
-        service = Service(self)
-        peer = Peer(self, service.path("mail"))
-        proc = service.start()
-        self.assertTrue(service.wait_first_pass())
+        service, peer, proc = self.running_with_peer()
         body = numbered_body(400)
         data = queue_text(peer.port, "renamed", body=body)
         temp = service.path("pickup/.renamed.partial")
@@ -71,10 +68,7 @@ class Producers(FaultTest):
         self.assertAlive(service, proc)
 
     def test_an_in_place_writer_loses_nothing_the_service_saw(self):
-        service = Service(self)
-        peer = Peer(self, service.path("mail"))
-        proc = service.start()
-        self.assertTrue(service.wait_first_pass())
+        service, peer, proc = self.running_with_peer()
         data = queue_text(peer.port, "in place", body=numbered_body(400))
         with open(service.path("pickup/inplace.nvq"), "wb") as f:
             f.write(data[:len(data) // 2])
