@@ -39,16 +39,18 @@ public:
 
     // STARTED comes before the worker's first message call, which makes its
     // queue; until then posts fail. Making the queue here and saying so lets
-    // a test on a busy machine post only once it can.
+    // a test on a busy machine post only once it can. The count goes up last,
+    // so that a test woken by it sees the object initialised too.
     int OnInit() override {
         platform::ThreadMessage none{};
         platform::PeekMessage(none);
+        const int initialised = CNvcThread::OnInit();
         {
             std::lock_guard<std::mutex> hold(m_mutex);
             ++inits;
             m_changed.notify_all();
         }
-        return CNvcThread::OnInit();
+        return initialised;
     }
     int StartReady() {
         const int before = inits;
