@@ -39,9 +39,6 @@ TEST(MimeMessage2Cached, ContentTypeParametersSurviveBlanksCaseAndQuotedSemicolo
     EXPECT_EQ(str(node->getProtocol()), "application/pkcs7-signature");
     EXPECT_EQ(str(node->getBoundary()), "X y") << "blanks inside quotes stay";
     EXPECT_EQ(str(node->getSmimeType()), "signed-data");
-
-    node = withHeader("Subject: no type");
-    EXPECT_STREQ(node->getContentTypeText(), "") << "nothing supplies a default";
 }
 
 TEST(MimeMessage2Cached, ExtendedParameterSegmentsAddUp) {
@@ -109,11 +106,6 @@ TEST(MimeMessage2Setters, ContentTypeFieldIsRebuiltFromCachedValuesInFixedOrder)
     size_t s = value.find("smime-type=s");
     ASSERT_NE(s, std::string::npos) << value;
     EXPECT_TRUE(b < n && n < p && p < m && m < s) << value;
-
-    // Reparsing the rebuilt field gives the same cached values back.
-    node.refreshCachedFields();
-    EXPECT_EQ(str(node.getBoundary()), "b");
-    EXPECT_EQ(str(node.getProtocol()), "p");
 
     node.setContentTypeValue("text/x-odd; foo=bar");
     EXPECT_STREQ(node.getContentTypeText(), "text/x-odd; foo=bar") << "not reparsed";
