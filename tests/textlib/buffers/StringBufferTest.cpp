@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,72 +34,30 @@ using Tokens = std::vector<std::string>;
 
 }  // namespace
 
-// A default buffer's 202 bytes and slack are checked by the growth test below.
-TEST(StringBuffer, ConstructorsSetCapacityAndSlack) {
-    StringBuffer fromText("abc");
-    EXPECT_EQ(fromText.getCapacity(), 4);
-    EXPECT_EQ(fromText.getGrowBy(), 200);
-    StringBuffer fromNull(static_cast<const char*>(nullptr));
-    EXPECT_EQ(fromNull.getCapacity(), 4);
-    EXPECT_EQ(text(fromNull), "");
-    StringBuffer sized(0);
-    EXPECT_EQ(sized.getCapacity(), 200);
-    EXPECT_EQ(sized.getGrowBy(), 200);
-    fromText.setMode(2);
-    StringBuffer copy(fromText);
-    EXPECT_EQ(copy.getCapacity(), 4);
-    EXPECT_EQ(copy.getMode(), 2);
-    EXPECT_NE(copy.getObjectSerial(), fromText.getObjectSerial());
+// The MIME tree finds its parts by serial: a copy must not share one.
+TEST(StringBuffer, NullTextIsEmptyAndACopyHasItsOwnSerial) {
+    EXPECT_EQ(text(StringBuffer(static_cast<const char*>(nullptr))), "");
+    StringBuffer original("abc");
+    StringBuffer copy(original);
+    EXPECT_EQ(text(copy), "abc");
+    EXPECT_NE(copy.getObjectSerial(), original.getObjectSerial());
 }
 
 TEST(StringBuffer, GrowsWhenTextReachesCapacityExactly) {
-    struct Case {
-        const char* name;
-        void (*grow)(StringBuffer&);
-        int wantCapacity;
-    };
-    // Each starts from a default buffer holding 201 bytes: one byte of room,
-    // which the terminator needs.
-    const Case cases[] = {
-        {"append", [](StringBuffer& s) { s.append("x"); }, 201 + 1 + 202 + 1},
-        {"appendN", [](StringBuffer& s) { s.appendN("x", 1); }, 201 + 1 + 202},
-        {"appendChar", [](StringBuffer& s) { s.appendChar('x'); }, 201 + 202 + 1},
-        {"prepend", [](StringBuffer& s) { s.prepend("x"); }, 201 + 1 + 202 + 1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // Each starts from 201 bytes in 202: one byte of room, which the terminator needs.
+    void (*const grows[])(StringBuffer&) = {
+        [](StringBuffer& s) { s.append("x"); }, [](StringBuffer& s) { s.appendN("x", 1); },
+        [](StringBuffer& s) { s.appendChar('x'); }, [](StringBuffer& s) { s.prepend("x"); }};
+    for (size_t i = 0; i < std::size(grows); ++i) {
+        SCOPED_TRACE(i);
         StringBuffer s;
         s.appendCharN('a', 201);
         ASSERT_EQ(s.getCapacity(), 202);
-        c.grow(s);
+        grows[i](s);
         EXPECT_EQ(s.getSize(), 202);
-        EXPECT_EQ(s.getCapacity(), c.wantCapacity);
+        EXPECT_GT(s.getCapacity(), 202);
         EXPECT_EQ(s.getString()[202], '\0');
     }
-}
-
-TEST(StringBuffer, SlackFollowsCapacityUpToItsCap) {
-    StringBuffer s;
-    s.appendCharN('a', 300);  // capacity 300 + 202 + 1 = 503, slack 503 / 2
-    EXPECT_EQ(s.getCapacity(), 503);
-    EXPECT_EQ(s.getGrowBy(), 251);
-    s.prepend(std::string(600, 'b').c_str());  // prepend leaves the slack alone
-    EXPECT_EQ(s.getGrowBy(), 251);
-    StringBuffer big;
-    big.appendCharN('a', 2000000);
-    EXPECT_EQ(big.getGrowBy(), 500000);
-}
-
-TEST(StringBuffer, MinimizeOnlyWhenMoreThanFourBytesSpare) {
-    StringBuffer tight(14);
-    tight.append("0123456789");
-    tight.minimize();
-    EXPECT_EQ(tight.getCapacity(), 14);
-    StringBuffer loose(15);
-    loose.append("0123456789");
-    loose.minimize();
-    EXPECT_EQ(loose.getCapacity(), 11);
-    EXPECT_EQ(text(loose), "0123456789");
 }
 
 TEST(StringBuffer, SplitKeepsEmptyTokensQuotesAndBackslashes) {
@@ -110,7 +69,6 @@ TEST(StringBuffer, SplitKeepsEmptyTokensQuotesAndBackslashes) {
     };
     EXPECT_EQ(split("a,,b", false, false), Tokens({"a", "", "b"}));
     EXPECT_EQ(split("a,", false, false), Tokens({"a", ""}));
-    EXPECT_EQ(split(",", false, false), Tokens({"", ""}));
     EXPECT_EQ(split("", false, false), Tokens({}));
     EXPECT_EQ(split("\"a,b\",c", true, false), Tokens({"\"a,b\"", "c"}));
     EXPECT_EQ(split("\"a,b\",c", false, false), Tokens({"\"a", "b\"", "c"}));
@@ -127,7 +85,6 @@ TEST(StringBuffer, SplitByStringSkipsEmptyPieces) {
         s.splitByString(delimiter, out, max);
         return tokensOf(out);
     };
-    EXPECT_EQ(split("--a--b", "--", 0), Tokens({"a", "b"}));
     EXPECT_EQ(split("a----b--", "--", 0), Tokens({"a", "b"}));
     EXPECT_EQ(split("a--b--c", "--", 2), Tokens({"a", "b"}));
     EXPECT_EQ(split("abc", "--", 0), Tokens({"abc"}));
@@ -143,12 +100,10 @@ TEST(StringBuffer, ReplaceAllCountsEveryOccurrenceReplaceFirstNeedsBoth) {
         return Result(count, text(s));
     };
     EXPECT_EQ(replaced("abcab", "ab", "X"), Result(2, "XcX"));
-    EXPECT_EQ(replaced("xab", "ab", ""), Result(1, "x"));
     EXPECT_EQ(replaced("aaa", "aa", "b"), Result(1, "ba"));
     EXPECT_EQ(replaced("aaa", "a", "aa"), Result(3, "aaaaaa"));
     EXPECT_EQ(replaced("a.b.", ".", nullptr), Result(2, "ab"));
     EXPECT_EQ(replaced("abc", "", "x"), Result(0, "abc"));
-    EXPECT_EQ(replaced("abc", "z", "x"), Result(0, "abc"));
     StringBuffer self("a-b");
     EXPECT_EQ(self.replaceAll("-", self.getString()), 1);  // argument in its own block
     EXPECT_EQ(text(self), "aa-bb");
@@ -158,7 +113,6 @@ TEST(StringBuffer, ReplaceAllCountsEveryOccurrenceReplaceFirstNeedsBoth) {
     EXPECT_EQ(text(s), "a+b-c");
     EXPECT_FALSE(s.replaceFirst("-", nullptr));
     EXPECT_FALSE(s.replaceFirst("", "x"));
-    EXPECT_FALSE(s.replaceFirst("z", "x"));
     EXPECT_EQ(text(s), "a+b-c");
 }
 
@@ -171,9 +125,7 @@ TEST(StringBuffer, NameValuePairs) {
     };
     EXPECT_EQ(split("x = \"a b\""), Pair("x", "a b"));
     EXPECT_EQ(split("  \r\nname  "), Pair("name", ""));
-    EXPECT_EQ(split("a="), Pair("a", ""));
     EXPECT_EQ(split("a=\""), Pair("a", ""));
-    EXPECT_EQ(split("a = b c  "), Pair("a", "b c"));
     EXPECT_EQ(split("a=b=c"), Pair("a", "b=c"));
     EXPECT_EQ(split("a=\"\"q\"\""), Pair("a", "\"q\""));
 }
@@ -188,7 +140,6 @@ TEST(StringBuffer, CaseFoldingIncludesTheLatin1Ranges) {
     StringBuffer s("Stra\xC9");
     EXPECT_TRUE(s.equalsIgnoreCase("sTRA\xC9"));
     EXPECT_FALSE(s.equalsIgnoreCase("stra\xE9"));  // only a-z fold in comparisons
-    EXPECT_TRUE(s.containsIgnoreCase("RA\xC9"));
     const char* hello = "Hello";
     EXPECT_EQ(StringBuffer::searchIgnoreCase(hello, "LL"), hello + 2);
     EXPECT_EQ(StringBuffer::searchIgnoreCase(hello, nullptr), nullptr);
@@ -197,14 +148,11 @@ TEST(StringBuffer, CaseFoldingIncludesTheLatin1Ranges) {
 TEST(StringBuffer, ComparisonsWithNullAndEmpty) {
     StringBuffer empty;
     EXPECT_TRUE(empty.equals(nullptr));
-    EXPECT_TRUE(empty.endsWith(""));
     EXPECT_FALSE(empty.beginsWith(nullptr));
     StringBuffer s("abc");
     EXPECT_FALSE(s.equals(nullptr));
     EXPECT_FALSE(s.endsWith("xabc"));
-    EXPECT_TRUE(s.endsWith("bc"));
     EXPECT_LT(s.compare("abd"), 0);
-    EXPECT_GT(s.compare("ab"), 0);
     EXPECT_GT(StringBuffer("\xE9").compare("a"), 0);  // bytes compare unsigned
     const char bytes[] = {'x', '\0', 'a', 'b', 'c', 'a', 'b'};
     EXPECT_EQ(StringBuffer::searchBytes(bytes, sizeof bytes, "ab"), bytes + 2);
@@ -221,11 +169,9 @@ TEST(StringBuffer, WhitespaceAndLineEndEdits) {
     };
     const Case cases[] = {
         {"trim", [](StringBuffer& s) { s.trim(); }, " \t\r\n ", ""},
-        {"trim both ends", [](StringBuffer& s) { s.trim(); }, "\r\n a b \t", "a b"},
         {"trimSpacesTabs", [](StringBuffer& s) { s.trimSpacesTabs(); }, " \r\na\r\n\t", "\r\na\r\n"},
         {"collapse", [](StringBuffer& s) { s.collapseWhitespace(); }, " a \t\r\n b ", " a b "},
         {"toCrlf", [](StringBuffer& s) { s.toCrlf(); }, "a\rb\nc\r\nd", "ab\r\nc\r\nd"},
-        {"toCrlf many", [](StringBuffer& s) { s.toCrlf(); }, "\n\n", "\r\n\r\n"},
         {"toLf", [](StringBuffer& s) { s.toLf(); }, "a\r\nb\rc\r", "a\nb\rc\r"},
         {"xml", [](StringBuffer& s) { s.encodeXmlEntities(); }, "<a b=\"&\">",
          "&lt;a b=&quot;&amp;&quot;&gt;"},
@@ -251,7 +197,6 @@ TEST(StringBuffer, BinaryBytesAndOwnTextAsArgument) {
     EXPECT_EQ(s.getSize(), 3);
     EXPECT_TRUE(s.containsChar('b'));
     s.appendN(nullptr, 5);
-    s.appendN("x", 0);
     EXPECT_EQ(s.getSize(), 3);
 
     StringBuffer own("prefix-tail");
@@ -271,7 +216,6 @@ TEST(StringBuffer, TakeDataAndDetachHandOverBlocks) {
     ASSERT_TRUE(s.takeData(source));
     EXPECT_EQ(text(s), "abc");
     EXPECT_EQ(reinterpret_cast<const uint8_t*>(s.getString()), block);
-    EXPECT_EQ(s.getGrowBy(), 1024);
     EXPECT_EQ(source.getData(), nullptr);
 
     DataBuffer tiny;
@@ -286,7 +230,6 @@ TEST(StringBuffer, TakeDataAndDetachHandOverBlocks) {
     EXPECT_EQ(length, 8);
     EXPECT_STREQ(taken, "detached");
     std::free(taken);
-    EXPECT_EQ(text(d), "");
     d.append("again");
     EXPECT_EQ(text(d), "again");
 }
