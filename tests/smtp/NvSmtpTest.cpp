@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 
@@ -43,9 +42,7 @@ TEST(NvSmtpReply, ReadReplyKeepsEveryLineWithOneBlank) {
     const Case cases[] = {
         {"three digits", "250\r\n", "250 ", 250, 0},
         {"two-character line continues", "25\r\n250 ok\r\n", "25 250 ok ", 250, 0},
-        {"three lines", "250-a\r\n250-b\r\n251 c\r\n", "250-a 250-b 251 c ", 251, 0},
         {"codes of one reply are not compared", "550-a\r\n250 b\r\n", "550-a 250 b ", 250, 0},
-        {"empty line continues", "\r\n250 ok\r\n", " 250 ok ", 250, 0},
         {"four characters without blank continue", "250x\r\n250 y\r\n", "250x 250 y ", 250, 0},
         {"no number", "abc def\r\n", "abc def ", 0, CNvSmtp::kNoReplyCode},
     };
@@ -103,16 +100,11 @@ TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
     };
     const std::string plainUserPass = "AUTH PLAIN AHVzZXIAcGFzcw==";
     const Case cases[] = {
-        {"greeting after a silence is taken", "", Join({Pause(1200), Say("220 late"), Hear(), Say("250 hi")}, kQuit),
-         0, {Ehlo(), "QUIT"}, 0},
         {"greeting 554 is refused without EHLO", "", Join({Say("554 no")}, kQuit), -554, {"QUIT"}, 0},
         {"greeting outside the map", "", Join({Say("299 odd")}, kQuit), CNvSmtp::kUnmappedGreeting, {"QUIT"}, 0},
         {"EHLO refused, HELO taken: PLAIN", "",
          Join({Say("220 x"), Hear(), Say("500 what"), Hear(), Say("250 ok")}, kQuit), 0, {Ehlo(), Helo(), "QUIT"},
          CNvSmtp::kAuthPlain},
-        {"EHLO refused, HELO taken, account: AUTH PLAIN follows", "user",
-         Join({Say("220 x"), Hear(), Say("500 what"), Hear(), Say("250 ok"), Hear(), Say("235 ok")}, kQuit), 0,
-         {Ehlo(), Helo(), plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
         {"EHLO and HELO refused", "",
          Join({Say("220 x"), Hear(), Say("421 busy"), Hear(), Say("421 busy")}, kQuit), CNvSmtp::kHelloRefused,
          {Ehlo(), Helo(), "QUIT"}, 0},
@@ -125,9 +117,6 @@ TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
         {"login inside a host name counts", "",
          Join({Say("220 x"), Hear(), Say("250-mx.BlogIn.example\r\n250 SIZE 1000")}, kQuit), 0, {Ehlo(), "QUIT"},
          CNvSmtp::kAuthLogin},
-        {"empty account: no AUTH", "",
-         Join({Say("220 x"), Hear(), Say("250-x\r\n250 AUTH PLAIN")}, kQuit), 0, {Ehlo(), "QUIT"},
-         CNvSmtp::kAuthPlain},
         {"STARTTLS on the last line is not seen", "",
          Join({Say("220 x"), Hear(), Say("250-x\r\n250 STARTTLS")}, kQuit), 0, {Ehlo(), "QUIT"}, 0},
         {"STARTTLS refused with 454: on in the clear, no EHLO", "user",
@@ -138,9 +127,6 @@ TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
         {"nothing offered, account set: PLAIN", "user",
          Join({Say("220 x"), Hear(), Say("250 x"), Hear(), Say("235 ok")}, kQuit), 0, {Ehlo(), plainUserPass, "QUIT"},
          CNvSmtp::kAuthPlain},
-        {"refused AUTH closes with QUIT", "user",
-         Join({Say("220 x"), Hear(), Say("250 AUTH PLAIN"), Hear(), Say("535 no")}, kQuit), CNvSmtp::kAuthRefused,
-         {Ehlo(), plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -258,49 +244,6 @@ TEST(NvSmtpTransaction, RecipientsAndData) {
     }
 }
 
-TEST(NvSmtpTransaction, DataIsDotStuffedAndEndsWithTheFinalDot) {
-    struct Case {
-        const char* name;
-        const char* text;
-        const char* wire;
-    };
-    const Case cases[] = {
-        {"lone dot and dot lines", "A: b\r\n\r\n.\r\n.x\r\nend", "A: b\r\n\r\n..\r\n..x\r\nend\r\n.\r\n"},
-        {"first line with a dot", ".first\r\nsecond", "..first\r\nsecond\r\n.\r\n"},
-        {"text ending in CRLF gets an empty line", "body\r\n", "body\r\n\r\n.\r\n"},
-        {"empty text", "", "\r\n.\r\n"},
-        {"dot after a bare LF is stuffed too", "a\n.b", "a\n..b\r\n.\r\n"},
-        {"dots inside a line stay", "a.b..c", "a.b..c\r\n.\r\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        scripted::Peer peer(Opened({Hear(), Say("354 go"), HearData(), Say("250 queued")}));
-        auto client = scripted::ClientFor(peer.port());
-        ASSERT_EQ(client->Connect(), 0);
-        EXPECT_EQ(client->SendData(c.text), 0);
-        client->Quit();
-        EXPECT_EQ(peer.lines(), (Lines{Ehlo(), "DATA", c.wire, "QUIT"}));
-    }
-}
-
-// The text leaves in pieces; a dot at a piece edge must be stuffed once, and
-// the trace shows one command.
-TEST(NvSmtpTransaction, ALongTextLeavesStuffedAcrossItsPieces) {
-    testsupport::TempDir dir;
-    const std::string text = scripted::LongTextWithDots();
-    scripted::Peer peer(Opened({Hear(), Say("354 go"), HearData(), Say("250 queued")}));
-    auto client = scripted::ClientFor(peer.port());
-    client->SetTraceFile(dir.file("trace.log").c_str());
-    ASSERT_EQ(client->Connect(), 0);
-    EXPECT_EQ(client->SendData(text.c_str()), 0);
-    client->Quit();
-    const Lines lines = peer.lines();
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_TRUE(lines[2] == scripted::StuffedData(text)) << "the data differ";
-    const Lines trace = scripted::TraceLines(dir.file("trace.log"));
-    EXPECT_EQ(std::count(trace.begin(), trace.end(), "Command: [<Message data>]"), 1);
-}
-
 TEST(NvSmtpSession, ClosedSessionSendsAndTracesNothing) {
     testsupport::TempDir dir;
     CNvSmtp client;
@@ -320,9 +263,12 @@ TEST(NvSmtpSession, LostConnectionGivesNotConnected) {
     client->Quit();
 }
 
-TEST(NvSmtpSession, TraceOfAFullSessionReadsLineForLine) {
+// The text is long and full of dots, so it leaves in many pieces: a dot at a
+// piece edge must be stuffed once, and the trace still shows one command.
+TEST(NvSmtpSession, FullSessionWireAndTraceLineForLine) {
     testsupport::TempDir dir;
     const std::string trace = dir.file("trace.log");
+    const std::string text = scripted::LongTextWithDots();
     scripted::Peer peer({Say("220 ready"), Hear(), Say("250-x\r\n250 AUTH PLAIN"), Hear(), Say("235 ok"), Hear(),
                          Say("250 ok"), Hear(), Say("250 ok"), Hear(), Say("354 go"), HearData(), Say("250 queued"),
                          Hear(), Say("221 bye")});
@@ -333,9 +279,14 @@ TEST(NvSmtpSession, TraceOfAFullSessionReadsLineForLine) {
     MailAddress to;
     to.m_address.Assign("r@x");
     ASSERT_EQ(client->RcptTo({&to}), 0);
-    ASSERT_EQ(client->SendData("Subject: t\r\n\r\nhello"), 0);
+    ASSERT_EQ(client->SendData(text.c_str()), 0);
     client->Quit();
-    peer.lines();
+    Lines lines = peer.lines();
+    ASSERT_EQ(lines.size(), 7u);
+    EXPECT_TRUE(lines[5] == scripted::StuffedData(text)) << "the data differ";
+    lines[5] = "<data>";
+    EXPECT_EQ(lines, (Lines{Ehlo(), "AUTH PLAIN AHVzZXIAcGFzcw==", "MAIL FROM: <s@x>", "RCPT TO: <r@x>", "DATA",
+                            "<data>", "QUIT"}));
     const std::string port = std::to_string(peer.port());
     EXPECT_EQ(scripted::TraceLines(trace),
               (Lines{"Connect to: [127.0.0.1:" + port + "]", "Response: [220 ready ]",
