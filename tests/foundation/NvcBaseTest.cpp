@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -17,15 +18,11 @@ namespace {
 using testsupport::ReadFile;
 using testsupport::TempDir;
 
-// True when `text` starts with "[hh:mm:ss]" and `tail` (digits as '9').
+// True when `text` starts with "[hh:mm:ss]" and then `tail`.
 bool HasStamp(const std::string& text, const std::string& tail) {
-    const std::string shape = "[99:99:99]" + tail;
-    if (text.size() < shape.size()) return false;
-    for (size_t i = 0; i < shape.size(); ++i) {
-        const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (shape[i] == '9' ? !digit : text[i] != shape[i]) return false;
-    }
-    return true;
+    static const std::regex stamp(R"(\[\d\d:\d\d:\d\d\])");
+    return text.size() >= 10 + tail.size() && std::regex_match(text.substr(0, 10), stamp) &&
+           text.compare(10, tail.size(), tail) == 0;
 }
 
 // Lines of a trace file with their "[hh:mm:ss]  " stamps checked and removed.
@@ -129,22 +126,6 @@ TEST(NvcBase, NameTakesNumberUnlessZero) {
     EXPECT_STREQ("Worker7", CNvcBase("Worker", 7).GetName());
     EXPECT_STREQ("Worker", CNvcBase("Worker", 0).GetName());
     EXPECT_STREQ("", CNvcBase(nullptr, 7).GetName());
-}
-
-TEST(NvcMultiString, WindowKeepsTheLastEntries) {
-    CNvcMultiString lines;
-    for (int i = 0; i < 103; ++i) lines.AddNumbered(i, "x");
-    lines.KeepLast(100);
-    EXPECT_EQ(100, lines.Count());
-    EXPECT_STREQ("00000003|x", lines.GetBlock());
-
-    CNvcMultiString copy;
-    copy.Assign(lines.GetBlock(), lines.GetLength());
-    EXPECT_EQ(100, copy.Count());
-    EXPECT_EQ(lines.GetLength(), copy.GetLength());
-    copy.AddNumbered(-1, "neg");
-    copy.KeepLast(1);
-    EXPECT_EQ(std::string("FFFFFFFF|neg\0", 14), std::string(copy.GetBlock(), copy.GetLength() + 1));
 }
 
 std::vector<std::string> SectionLines(const std::string& section, const std::string& file) {
