@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -50,11 +49,6 @@ TEST_F(EventFile, AppendsOneLinePerEntryInTheFixedShape) {
         "TelmoraQ information 0x4000000A ",
     };
     EXPECT_EQ(want, Unstamped(text));
-}
-
-TEST_F(EventFile, UnwritableFileGivesASystemErrorNumber) {
-    ::setenv("TELMORAQ_EVENTLOG", dir.file("no/such/dir/events.log").c_str(), 1);
-    EXPECT_EQ(3, ReportEvent("TelmoraQ", EventType::Error, 1, {"x"}));
 }
 
 TEST(EventLog, SystemMessageTextsAreTheSystemsWordsOrEmpty) {

@@ -162,17 +162,28 @@ TEST(Registry, AFileThatMayStillBeWrittenIsReadButNeverRewritten) {
 
 // A read that finds the file truncated by an in-place save looks again
 // rather than taking the defaults that the write-back would then make stay.
+// It looks for 50 ms at least, so a save done within 40 ms of the start must
+// be seen; a round whose saver was later (a busy machine) is run again.
 TEST(Registry, AReadBetweenTruncationAndWriteWaitsForTheText) {
     ScratchRegistry reg;
     const std::string whole = "REGEDIT4\n\n[HKEY_LOCAL_MACHINE\\Software\\A]\n\"a\"=\"b\"\n";
-    ASSERT_TRUE(WriteFile(reg.path(), ""));
-    std::thread saver([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(15));
-        WriteFile(reg.path(), whole);
-    });
-    RegistryValue value;
-    EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "a", value, true));
-    saver.join();
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_TRUE(WriteFile(reg.path(), ""));
+        const auto start = std::chrono::steady_clock::now();
+        std::chrono::steady_clock::duration saved{};
+        std::thread saver([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            WriteFile(reg.path(), whole);
+            saved = std::chrono::steady_clock::now() - start;
+        });
+        RegistryValue value;
+        const uint32_t result = QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "a", value, true);
+        saver.join();
+        if (saved > std::chrono::milliseconds(40)) continue;
+        EXPECT_EQ(0u, result);
+        return;
+    }
+    GTEST_SKIP() << "the saver was never on time on this busy machine";
 }
 
 TEST(Registry, RefusesTextsThatCannotStayOnOneLine) {
@@ -240,7 +251,7 @@ TEST(Registry, ALockKeptByAnotherProcessBoundsTheWriteAndLeavesReads) {
     EXPECT_LT(first, 30.0);
     const double second = timed(3, error);
     EXPECT_EQ(33u, error);
-    EXPECT_LT(second, 1.0) << "a lock that stayed kept is waited for again";
+    EXPECT_LT(second, 2.0) << "a lock that stayed kept is waited for again";
     EXPECT_EQ(before, ReadFile(reg.path()));
     RegistryValue value;
     EXPECT_EQ(0u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "n", value, true));
