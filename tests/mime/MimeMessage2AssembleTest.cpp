@@ -52,10 +52,6 @@ TEST(MimeMessage2Assemble, NestedMultipartLayoutIsExact) {
                            "X: 2\r\n\r\ntwo\r\n--OUT--\r\n"),
               std::string::npos)
         << written;
-
-    // What was written parses to the same tree and writes the same text.
-    auto again = parse(written);
-    EXPECT_EQ(mime(*again), written);
 }
 
 TEST(MimeMessage2Assemble, TextBodiesGoBackToTheDeclaredCharset) {
@@ -75,17 +71,6 @@ TEST(MimeMessage2Assemble, TextBodiesGoBackToTheDeclaredCharset) {
         "Content-Disposition: attachment\r\n\r\ncaf\xE9");
     EXPECT_EQ(node->getCharset().getCodePage(), 0);
     EXPECT_EQ(bodyDb(*node), "caf\xE9") << "an HTML attachment is written unconverted";
-}
-
-TEST(MimeMessage2Assemble, BinaryAttachmentsRoundTripByteForByte) {
-    std::string bytes;
-    for (int i = 0; i < 1000; ++i) bytes += static_cast<char>((i * 7) & 0xFF);
-    MimeMessage2 part;
-    part.setHeaderField("Content-Type", "application/octet-stream");
-    part.setEncoding("base64");
-    part.setBodyBinary(bytes.data(), bytes.size());
-    auto reread = parse(mime(part));
-    EXPECT_EQ(mimetest::body(*reread), bytes);
 }
 
 }  // namespace
