@@ -95,10 +95,8 @@ TEST(MimeHeaderCodePage, EachBranchInItsOrder) {
          "Subject: \xD2\r\nContent-Type: text/plain; charset=windows-1258\r\n\r\n", 1258},
         {"iso-8859-1 in the header", "Subject: \xE9\r\nX: iso-8859-1\r\n\r\n", 28591},
         {"1258 only in the body falls to ANSI", "Subject: \xE9\r\n\r\ncharset=windows-1258", 1252},
-        {"iso-8859-1 only in the body", "Subject: \xE9\r\n\r\ncharset=iso-8859-1", 1252},
         // The message table runs in its order: GB2312 before big5 wherever they stand.
         {"GB2312 before big5", "Subject: \xC4\xE3\r\n\r\nbig5 then GB2312", 936},
-        {"korean", "Subject: \xC4\xE3\r\n\r\nks_c_5601-1987", 949},
         {"KOI8-U", "Subject: \xC4\xE3\r\nX: KOI8-U\r\n\r\n", 21866},
         // Unlabelled UTF-8 other than a Latin-1 letter pair is read as ANSI.
         {"cyrillic UTF-8", "Subject: \xD0\x9F\r\n\r\n", 1252},
@@ -138,12 +136,6 @@ TEST(MimeHeaderCodePage, ValuesAreConvertedFromTheDecidedPage) {
     parse(h, "Subject: \x1b$B$3$s$K$A$O\x1b(B\r\n\r\n");
     EXPECT_EQ(h.getCodePage(), 65001);
     EXPECT_EQ(value(h, "subject"), "\xE3\x81\x93\xE3\x82\x93\xE3\x81\xAB\xE3\x81\xA1\xE3\x81\xAF");
-
-    parse(h,
-          "Subject: \xCF\xF0\xE8\xE2\xE5\xF2\r\nContent-Type: text/plain; charset=windows-1251\r\n"
-          "\r\n");
-    EXPECT_EQ(h.getCodePage(), 1251);
-    EXPECT_EQ(value(h, "subject"), "\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82");
 
     // UTF-8 without any label: a Latin-1 letter pair is enough.
     RecordingLog rec;
