@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/CodePage.h"
 #include "textlib/buffers/DataBuffer.h"
 #include "textlib/buffers/StringBuffer.h"
 
@@ -44,7 +43,6 @@ TEST(StringBufferConvert, ConvertEncodingInPlace) {
         std::string want;
         bool ok;
     } cases[] = {
-        {"437 ascii stays", "abc", 437, 65001, "abc", true},
         {"437 to utf-8", "\x82", 437, 65001, "\xC3\xA9", true},
         {"code page 0 leaves the text", "\xE9", 0, 65001, "\xE9", true},
         {"empty text", "", 1252, 65001, "", true},
@@ -57,16 +55,6 @@ TEST(StringBufferConvert, ConvertEncodingInPlace) {
         EXPECT_EQ(s.convertEncoding(c.from, c.to), c.ok);
         EXPECT_EQ(std::string(s.getString(), s.getSize()), c.want);
     }
-}
-
-TEST(StringBufferConvert, AnsiShortcuts) {
-    if (platform::GetACP() != 1252)
-        GTEST_SKIP() << "system ANSI code page is not 1252";
-    StringBuffer s("caf\xC3\xA9");
-    EXPECT_TRUE(s.utf8ToAnsi());
-    EXPECT_STREQ(s.getString(), "caf\xE9");
-    EXPECT_TRUE(s.ansiToCodePage(65001));
-    EXPECT_STREQ(s.getString(), "caf\xC3\xA9");
 }
 
 TEST(StringBufferConvert, ReplaceCharUtf8KeepsMultiByteCharacters) {

@@ -67,7 +67,6 @@ TEST(EncodingConvert, ByteOrderMarks) {
 TEST(EncodingConvert, Utf16AndUtf8Edges) {
     const Case cases[] = {
         {"odd length to utf-8", 1200, 65001, B("a\0b\0c", 5), "ab", false},
-        {"single byte to utf-8", 1200, 65001, "a", "", false},
         {"zero unit vanishes in utf-8", 1200, 65001, B("a\0\0\0b\0", 6), "ab", true},
         {"zero unit stays on a table page", 1200, 1252, B("a\0\0\0b\0", 6), B("a\0b", 3), true},
         {"four-byte utf-8 vanishes", 65001, 1200, "\xF0\x9F\x98\x80", "", true},
@@ -88,8 +87,6 @@ TEST(EncodingConvert, TableRoutesAndResults) {
         {"first stage does not decide", 1253, 65001, "a\xAA" "b", "ab", true},
         {"latin-1 C1 byte is no character", 28591, 1252, "a\x93", "a", true},
         {"latin-1 C1 byte to utf-16 decides", 28591, 1200, "\x93", "", false},
-        {"table to table", 1252, 28591, "\xE9", "\xE9", true},
-        {"unmapped byte to utf-16 decides", 1253, 1200, "\xAA", "", false},
         {"arabic-indic digit folds", 1200, 1256, B("\x63\x06", 2), "3", true},
         {"extended arabic digit folds", 1200, 28596, B("\xF9\x06", 2), "9", true},
         {"same number copies anything", 4711, 4711, "\xFF", "\xFF", true},
@@ -97,7 +94,6 @@ TEST(EncodingConvert, TableRoutesAndResults) {
         {"unknown source", 4711, 65001, "a", "", false},
         {"unknown target", 65001, 4711, "a", "", false},
         {"shift-jis to utf-8", 932, 65001, "\x82\xA0" "A", "\xE3\x81\x82" "A", true},
-        {"utf-8 to gb2312", 65001, 936, "\xE4\xB8\xAD", "\xD6\xD0", true},
         {"big5 lone lead byte", 950, 1200, "\xA4", "", false},
     };
     RunCases(cases, std::size(cases));
@@ -122,10 +118,6 @@ TEST(EncodingConvert, UnusualTableEntriesAndPagesWithoutRoute) {
         {"mac japanese trade mark", 1200, 10001, Unit(0x2122), "\xFE", true},
         {"mac japanese hiragana", 10001, 1200, "\x82\xA0", Unit(0x3042), true},
         {"932 A0 is private use", 932, 1200, "\xA0", Unit(0xF8F0), true},
-        {"28600 from", 28600, 65001, "\xE0", "", false},
-        {"28600 to", 65001, 28600, "a", "", false},
-        {"28601 from", 28601, 65001, "\xE0", "", false},
-        {"28601 to", 65001, 28601, "a", "", false},
         {"52936 from", 52936, 65001, "\xE0", "", false},
         {"52936 to", 65001, 52936, "a", "", false},
     };
@@ -134,7 +126,6 @@ TEST(EncodingConvert, UnusualTableEntriesAndPagesWithoutRoute) {
 
 TEST(EncodingConvert, ComputedOuterStages) {
     const Case cases[] = {
-        {"pure ascii to iso-2022-jp has no escape", 65001, 50220, "Hello", "Hello", true},
         {"utf-8 to iso-2022-jp", 65001, 50221, "\xE3\x81\x82", "\x1b$B\x24\x22\x1b(B", true},
         {"iso-2022-jp to utf-8", 50222, 65001, "\x1b$B\x24\x22\x1b(B", "\xE3\x81\x82", true},
         {"iso-2022-jp of only escapes", 50220, 65001, "\x1b(B", "", true},
@@ -154,7 +145,6 @@ TEST(EncodingConvert, MacArabicPrePassReversesRuns) {
     const Case cases[] = {
         {"digit run reversed", 10004, 65001, "\xB1\xB2" "a", "21a", true},
         {"run open at the end reversed", 10004, 65001, "a\xB1\xB2\xB3", "a321", true},
-        {"single byte mapped, not moved", 10004, 65001, "\xB5" "a", "5a", true},
         {"letters untouched", 10004, 1200, "\xC7", B("\x27\x06", 2), true},
     };
     RunCases(cases, std::size(cases));
@@ -181,7 +171,9 @@ TEST(EncodingConvert, Utf8AndUtf16SourcesGiveTheSameBytes) {
     EncodingConvert conv;
     DataBuffer utf8;
     ASSERT_TRUE(conv.convert(1200, 65001, utf16.data(), static_cast<uint32_t>(utf16.size()), utf8));
-    for (int codePage : {1252, 1256, 437, 37, 932, 936, 949, 950, 1361, 10001, 51932}) {
+    // One page per kind of table (single-byte, EBCDIC, double-byte, derived,
+    // EUC), and 1256, whose digit folding keeps UTF-8 off the streamed route.
+    for (int codePage : {1252, 1256, 37, 932, 10001, 51932}) {
         SCOPED_TRACE(codePage);
         DataBuffer fromUtf16, fromUtf8;
         const bool ok16 = conv.convert(1200, codePage, utf16.data(), static_cast<uint32_t>(utf16.size()), fromUtf16);
@@ -223,7 +215,6 @@ TEST(EncodingConvert, ByNames) {
     DataBuffer out;
     EXPECT_TRUE(conv.convertByNames("ISO-8859-7", "utf-8", "\xE0", 1, out));
     EXPECT_EQ(BytesOf(out), "\xCE\xB0");
-    EXPECT_FALSE(conv.convertByNames("no-such-charset", "utf-8", "\xE0", 1, out));
     EXPECT_FALSE(conv.convertByNames("utf-8", "no-such-charset", "\xE0", 1, out));
     EXPECT_FALSE(conv.convertFromName("no-such-charset", 65001, "\xE0", 1, out));
     EXPECT_EQ(BytesOf(out), "\xCE\xB0") << "a refused name appends nothing";
