@@ -1,8 +1,8 @@
 // NvSmtpFaultTest.cpp - the SMTP client under network faults: a server that
-// hangs up or falls silent at each step, dripped replies,
-// garbage replies, 421 and hang-up, broken TLS, hostile CRAM-MD5 challenges.
-// Every case must end within the limits it was given with a failure code, and
-// no credentials or text may leave in the clear after a failed handshake.
+// hangs up in the greeting or the text or falls silent under each limit,
+// dripped replies, a line without end, a broken STARTTLS handshake, hostile
+// CRAM-MD5 challenges. Every case must end within the limits it was given with
+// a failure code, and nothing may leave in the clear after a failed handshake.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -65,11 +65,10 @@ Outcome RunTransaction(CNvSmtp& client) {
 }
 
 // One aiosmtpd for the whole file: starting it costs more than all cases.
-SmtpTestServer& PlainServer(const std::string& mode = "plain") {
+SmtpTestServer& PlainServer() {
     static testsupport::TempDir dir;
     static SmtpTestServer plain(dir.file("plain"), {SmtpTestServer::Mode::Plain, {{"user", "pass"}}, false});
-    static SmtpTestServer tls(dir.file("tls"), {SmtpTestServer::Mode::Tls, {{"user", "pass"}}, false});
-    return mode == "tls" ? tls : plain;
+    return plain;
 }
 
 FaultProxy::Options Inject(SmtpTestServer& server, Fault fault, const std::string& command = "", long long bytes = 0) {
@@ -89,7 +88,8 @@ std::unique_ptr<CNvSmtp> ClientThrough(const FaultProxy& proxy, const char* acco
 
 }  // namespace
 
-TEST(NvSmtpFaultNetwork, HangUpAtEachStepFailsThatStep) {
+// A hang-up after a whole command: NvSmtpSession.LostConnectionGivesNotConnected.
+TEST(NvSmtpFaultNetwork, HangUpInTheGreetingOrTheTextFailsThatStep) {
     SmtpTestServer& server = PlainServer();
     SKIP_WITHOUT_SMTP_SERVER(server);
     struct Case {
@@ -110,11 +110,6 @@ TEST(NvSmtpFaultNetwork, HangUpAtEachStepFailsThatStep) {
     const Case cases[] = {
         {"after the greeting", Inject(server, Fault::CutAfterBytes, "", 10), "connect",
          {CNvSmtp::kNoReplyCode}, false},
-        {"after EHLO", Inject(server, Fault::CutAfterCommand, "EHLO"), "connect", {CNvSmtp::kNoCompleteReply}, false},
-        {"after AUTH", Inject(server, Fault::CutAfterCommand, "AUTH"), "connect", {CNvSmtp::kNoCompleteReply}, false},
-        {"after MAIL", Inject(server, Fault::CutAfterCommand, "MAIL"), "mail", {CNvSmtp::kNoCompleteReply}, false},
-        {"after RCPT", Inject(server, Fault::CutAfterCommand, "RCPT"), "rcpt", {CNvSmtp::kNoCompleteReply}, false},
-        {"after DATA", Inject(server, Fault::CutAfterCommand, "DATA"), "data", {CNvSmtp::kNoCompleteReply}, false},
         {"in the text", midText, "data", {CNvSmtp::kNoCompleteReply, CNvSmtp::kPlainWriteFailed}, false},
         // The server has the mail, the client cannot know: it must count as failed.
         {"after the final dot", Inject(server, Fault::CutAfterCommand, "."), "data", {CNvSmtp::kNoCompleteReply},
@@ -138,7 +133,7 @@ TEST(NvSmtpFaultNetwork, HangUpAtEachStepFailsThatStep) {
     }
 }
 
-TEST(NvSmtpFaultNetwork, SilenceAtEachStepEndsAtThatStepsLimit) {
+TEST(NvSmtpFaultNetwork, SilenceUnderEachLimitEndsAtThatLimit) {
     SmtpTestServer& server = PlainServer();
     SKIP_WITHOUT_SMTP_SERVER(server);
     struct Case {
@@ -147,8 +142,7 @@ TEST(NvSmtpFaultNetwork, SilenceAtEachStepEndsAtThatStepsLimit) {
         uint32_t limitMs;
     };
     const Case cases[] = {
-        {"EHLO", "connect", kCommandMs}, {"AUTH", "connect", kAuthMs}, {"MAIL", "mail", kCommandMs},
-        {"RCPT", "rcpt", kCommandMs},    {"DATA", "data", kCommandMs}, {".", "data", kDataMs},
+        {"EHLO", "connect", kCommandMs}, {"AUTH", "connect", kAuthMs}, {".", "data", kDataMs},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.command);
@@ -199,63 +193,6 @@ TEST(NvSmtpFaultNetwork, DrippedRepliesAreTimedPerLine) {
     }
 }
 
-TEST(NvSmtpFaultReplies, GarbageRepliesGiveTheirCodes) {
-    struct Case {
-        const char* name;
-        std::string reply;
-        int32_t result;  // of MAIL FROM
-        int32_t code;
-    };
-    const std::string megabyte(1u << 20, '2');
-    const Case cases[] = {
-        {"a lone digit, then hang-up", "2\r\n", CNvSmtp::kNoCompleteReply, 0},
-        {"an empty line, then hang-up", "\r\n", CNvSmtp::kNoCompleteReply, 0},
-        {"a code above 599 is passed on as refusal", "600 what\r\n", 600, 600},
-        {"a zero byte cuts the line; the rest is lost", std::string("25\0000 ok\r\n", 9), CNvSmtp::kNoCompleteReply, 0},
-        {"CR CR LF ends no line", "250 ok\r\r\n", CNvSmtp::kNoCompleteReply, 0},
-        {"a megabyte without line end", megabyte, CNvSmtp::kNoCompleteReply, 0},
-        {"a two-digit code with a blank fourth character ends the reply", "25x ok\r\n", 25, 25},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        scripted::Peer peer({Say("220 x"), Hear(), Say("250 x"), Hear(), SayRaw(c.reply), scripted::Pause(400),
-                             scripted::Hangup()});
-        auto client = scripted::ClientFor(peer.port());
-        UseSmallLimits(*client);
-        ASSERT_EQ(client->Connect(), 0);
-        int32_t result = 0;
-        const long ms = ElapsedMs([&] { result = client->MailFrom("s@x"); });
-        EXPECT_EQ(result, c.result);
-        EXPECT_EQ(client->m_lastCode, c.code);
-        EXPECT_LT(ms, static_cast<long>(kCommandMs) + kSlackMs);
-        client->Quit();
-        peer.lines();
-    }
-}
-
-TEST(NvSmtpFaultReplies, GarbageGreetingsAreRefused) {
-    struct Case {
-        const char* name;
-        std::string greeting;
-        int32_t result;
-    };
-    const Case cases[] = {
-        {"600", "600 hello\r\n", CNvSmtp::kUnmappedGreeting},
-        {"no digits", "hello\r\n", CNvSmtp::kNoReplyCode},
-        {"continuation with another code ends on 421", "220-a\r\n421 b\r\n", -421},
-        {"zero byte at the start", std::string("\000220 x\r\n", 8), CNvSmtp::kNoReplyCode},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        scripted::Peer peer({SayRaw(c.greeting), Hear(), Say("221 bye")});
-        auto client = scripted::ClientFor(peer.port());
-        UseSmallLimits(*client);
-        EXPECT_EQ(client->Connect(), c.result);
-        EXPECT_FALSE(client->IsConnected());
-        peer.lines();
-    }
-}
-
 TEST(NvSmtpFaultReplies, EndlessLineWithoutEndKeepsMemoryBounded) {
     // The read buffer is what a line without end makes grow.
     struct Client : CNvSmtp {
@@ -280,43 +217,6 @@ TEST(NvSmtpFaultReplies, EndlessLineWithoutEndKeepsMemoryBounded) {
     peer.lines();
 }
 
-TEST(NvSmtpFaultReplies, Reply421ThenHangUpAtEachCommand) {
-    struct Case {
-        const char* name;
-        std::vector<Step> script;
-        Outcome want;
-    };
-    // The whole dialogue up to the end of the text; each case cuts it after `steps`.
-    const std::vector<Step> dialogue = {Say("220 x"), Hear(), Say("250 x"), Hear(), Say("250 ok"),
-                                        Hear(), Say("250 ok"), Hear(), Say("354 go"), scripted::HearData()};
-    auto after = [&](size_t steps) {
-        std::vector<Step> script(dialogue.begin(), dialogue.begin() + steps);
-        script.push_back(Say("421 closing"));
-        script.push_back(scripted::Hangup());
-        return script;
-    };
-    const Case cases[] = {
-        {"greeting", after(0), {"connect", -421}},
-        // HELO follows on the closed connection and finds nobody.
-        {"EHLO", after(2), {"connect", CNvSmtp::kNoCompleteReply}},
-        {"MAIL", after(4), {"mail", 421}},
-        {"RCPT", after(6), {"rcpt", 421}},
-        {"DATA", after(8), {"data", 421}},
-        {"end of text", after(10), {"data", 421}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        scripted::Peer peer(c.script);
-        auto client = scripted::ClientFor(peer.port());
-        UseSmallLimits(*client);
-        const Outcome outcome = RunTransaction(*client);
-        EXPECT_EQ(outcome.step, c.want.step);
-        EXPECT_EQ(outcome.code, c.want.code);
-        EXPECT_FALSE(client->IsConnected());
-        peer.lines();
-    }
-}
-
 // A broken handshake from the first byte: NvSmtpTls.FailedHandshakeClosesTheSessionAndSendsNothingInTheClear.
 TEST(NvSmtpFaultTls, BrokenHandshakeAfterStartTlsSendsNothingInTheClear) {
     scripted::Peer peer({Say("220 x"), Hear(), Say("250-x\r\n250-STARTTLS\r\n250 AUTH PLAIN"), Hear(),
@@ -335,89 +235,6 @@ TEST(NvSmtpFaultTls, BrokenHandshakeAfterStartTlsSendsNothingInTheClear) {
     }
 }
 
-TEST(NvSmtpFaultTls, HandshakeCutAtEachFlightFails) {
-    SmtpTestServer& server = PlainServer("tls");
-    SKIP_WITHOUT_SMTP_SERVER(server);
-    testsupport::TempDir dir;
-    // The server's first flight runs well past a kilobyte with its certificate.
-    for (long long cut : {0LL, 5LL, 100LL, 600LL, 1200LL}) {
-        SCOPED_TRACE("server bytes before the cut: " + std::to_string(cut));
-        auto options = Inject(server, Fault::CutAfterBytes, "", cut);
-        options.recordFile = dir.file("up" + std::to_string(cut));
-        FaultProxy proxy(options);
-        SKIP_WITHOUT_FAULT_PROXY(proxy);
-        auto client = ClientThrough(proxy);
-        client->m_secure = 1;
-        int32_t result = 0;
-        const long ms = ElapsedMs([&] { result = client->Connect(); });
-        EXPECT_EQ(result, CNvSmtp::kHandshakeFailed);
-        EXPECT_LT(ms, static_cast<long>(kCommandMs) + kSlackMs);
-        const std::string sent = testsupport::ReadFile(options.recordFile);
-        EXPECT_EQ(sent.find("EHLO"), std::string::npos);
-        EXPECT_EQ(sent.find("AUTH"), std::string::npos);
-    }
-}
-
-TEST(NvSmtpFaultTls, CorruptRecordMidTransactionFails) {
-    SmtpTestServer& server = PlainServer("tls");
-    SKIP_WITHOUT_SMTP_SERVER(server);
-    testsupport::TempDir dir;
-    // A clean run measures where the answers to DATA and to the final dot
-    // start in the server's stream and the text in the client's; sessions with one certificate and no
-    // resumption repeat the same sizes.
-    const std::string down = dir.file("down"), up = dir.file("up");
-    long long beforeData = 0, beforeDot = 0, beforeText = 0;
-    {
-        auto options = Inject(server, Fault::None);
-        options.recordDownFile = down;
-        options.recordFile = up;
-        FaultProxy proxy(options);
-        SKIP_WITHOUT_FAULT_PROXY(proxy);
-        auto client = ClientThrough(proxy);
-        client->m_secure = 1;
-        MailAddress to;
-        to.m_address.Assign("rcpt@example.org");
-        ASSERT_EQ(client->Connect(), 0);
-        ASSERT_EQ(client->MailFrom("s@example.org"), 0);
-        ASSERT_EQ(client->RcptTo({&to}), 0);
-        beforeData = static_cast<long long>(testsupport::ReadFile(down).size());
-        ASSERT_EQ(client->SendCommand("DATA", 0), 0);
-        ASSERT_EQ(client->m_lastCode, 354);
-        beforeDot = static_cast<long long>(testsupport::ReadFile(down).size());
-        beforeText = static_cast<long long>(testsupport::ReadFile(up).size());
-        ASSERT_EQ(client->SendCommand("Subject: x\r\n\r\nbody\r\n.", 0), 0);
-        client->Quit();
-    }
-    const size_t delivered = server.messages().size();
-    struct Case {
-        const char* name;
-        long long offset;
-        bool upstream;
-    };
-    const Case cases[] = {
-        {"answer to DATA", beforeData + 8, false},
-        {"answer to the final dot", beforeDot + 8, false},
-        {"the text itself, on its way to the server", beforeText + 8, true},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        auto options = Inject(server, Fault::Corrupt, "", c.offset);
-        options.upstream = c.upstream;
-        FaultProxy proxy(options);
-        SKIP_WITHOUT_FAULT_PROXY(proxy);
-        auto client = ClientThrough(proxy);
-        client->m_secure = 1;
-        Outcome outcome;
-        const long ms = ElapsedMs([&] { outcome = RunTransaction(*client); });
-        EXPECT_EQ(outcome.step, "data");
-        EXPECT_NE(outcome.code, 0);
-        EXPECT_LT(ms, static_cast<long>(kCommandMs + kDataMs) + kSlackMs);
-    }
-    // Only the case that broke the answer to the final dot lost no text.
-    EXPECT_TRUE(server.waitForMessages(delivered + 1, 3000));
-    EXPECT_EQ(server.messages().size(), delivered + 1);
-}
-
 TEST(NvSmtpFaultAuth, HostileCramMd5ChallengesAreAnswered) {
     struct Case {
         const char* name;
@@ -426,7 +243,6 @@ TEST(NvSmtpFaultAuth, HostileCramMd5ChallengesAreAnswered) {
     const Case cases[] = {
         {"not base64", "334 !!not*base64 at all"},
         {"empty", "334"},
-        {"empty after the blank", "334 "},
         {"64 KB", "334 " + std::string(64 * 1024, 'Q')},
     };
     for (const Case& c : cases) {
