@@ -33,8 +33,8 @@ public:
         SetTraceFile(trace.c_str());
     }
     ~TestWorker() override {
-        ReleaseInit();
-        ReleaseTimer();
+        HoldInit(false);
+        BlockTimer(false);
         Kill();
     }
 
@@ -76,25 +76,9 @@ public:
     int OnMessage6(int32_t argument) override { return Record(6, argument); }
     int OnMessage15(int32_t argument) override { return Record(15, argument); }
 
-    // Keeps the worker from making its queue, however late the test runs.
-    void HoldInit() {
-        std::lock_guard<std::mutex> hold(m_mutex);
-        m_holdInit = true;
-    }
-    void ReleaseInit() {
-        std::lock_guard<std::mutex> hold(m_mutex);
-        m_holdInit = false;
-        m_changed.notify_all();
-    }
-    void BlockTimer() {
-        std::lock_guard<std::mutex> hold(m_mutex);
-        m_blockTimer = true;
-    }
-    void ReleaseTimer() {
-        std::lock_guard<std::mutex> hold(m_mutex);
-        m_blockTimer = false;
-        m_changed.notify_all();
-    }
+    // Holding the init keeps the worker from making its queue, however late the test runs.
+    void HoldInit(bool on) { SetGate(m_holdInit, on); }
+    void BlockTimer(bool on) { SetGate(m_blockTimer, on); }
     bool WaitUntilInitialised() { return WaitFor([this] { return inits > 0; }); }
     bool WaitUntilInTimer() { return WaitFor([this] { return m_inTimer; }); }
     bool WaitForMessages(size_t count) {
@@ -116,6 +100,11 @@ private:
     bool WaitFor(Predicate done) {
         std::unique_lock<std::mutex> hold(m_mutex);
         return m_changed.wait_for(hold, std::chrono::milliseconds(kLongWaitMs), done);
+    }
+    void SetGate(bool& gate, bool on) {
+        std::lock_guard<std::mutex> hold(m_mutex);
+        gate = on;
+        m_changed.notify_all();
     }
     int Record(int hook, int32_t argument) {
         std::lock_guard<std::mutex> hold(m_mutex);
@@ -183,7 +172,7 @@ TEST_F(NvcThreadTest, PostBeforeTheQueueExistsFailsAndRestoresState) {
     EXPECT_EQ(0, worker.Stop(0)) << "stopped already";
 
     // Held before its first message call, the worker has no queue yet.
-    worker.HoldInit();
+    worker.HoldInit(true);
     ASSERT_EQ(1, worker.Start(0));
     const int32_t before = worker.GetState();  // STARTPENDING for its first second
     EXPECT_EQ(-1, worker.Stop(0));
@@ -194,7 +183,7 @@ TEST_F(NvcThreadTest, PostBeforeTheQueueExistsFailsAndRestoresState) {
     EXPECT_TRUE(HasLine(lines, "THREAD: Thread is starting."));
     EXPECT_TRUE(HasLine(lines, "THREAD: Failed to stop thread, stop message could not be posted."));
 
-    worker.ReleaseInit();
+    worker.HoldInit(false);
     ASSERT_TRUE(worker.WaitUntilInitialised());
     EXPECT_EQ(0, worker.PostMessage1(5));
     EXPECT_EQ(1, worker.PostMessage6(6)) << "the second set answers 1";
@@ -204,7 +193,7 @@ TEST_F(NvcThreadTest, PostBeforeTheQueueExistsFailsAndRestoresState) {
 
 TEST_F(NvcThreadTest, StopDuringLongTimerHookIsTakenRightAfterIt) {
     TestWorker worker(trace, 500);
-    worker.BlockTimer();
+    worker.BlockTimer(true);
     ASSERT_EQ(0, worker.StartReady());
     ASSERT_TRUE(worker.WaitUntilInTimer());
 
@@ -215,7 +204,7 @@ TEST_F(NvcThreadTest, StopDuringLongTimerHookIsTakenRightAfterIt) {
     EXPECT_EQ(0, worker.PostMessage1(3)) << "queued behind the stop";
     EXPECT_EQ(0, worker.WaitForState(CNvcThread::STOPPED, 400)) << "hook still running";
 
-    worker.ReleaseTimer();
+    worker.BlockTimer(false);
     ASSERT_EQ(1, worker.WaitForState(CNvcThread::STOPPED, kLongWaitMs));
     EXPECT_EQ(1u, worker.TimerStates().size()) << "no tick after the hook";
     EXPECT_TRUE(worker.Messages().empty()) << "nothing served after the stop";
@@ -248,12 +237,12 @@ TEST_F(NvcThreadTest, HookCommandsWhilePausedAreDroppedAndTimerRests) {
 TEST_F(NvcThreadTest, KillStopsAtOnceAndTheObjectRestarts) {
     TestWorker worker(trace, 500);
     ASSERT_EQ(0, worker.StartReady());
-    worker.BlockTimer();
+    worker.BlockTimer(true);
     ASSERT_TRUE(worker.WaitUntilInTimer());
     EXPECT_EQ(0, worker.Kill());
     EXPECT_EQ(CNvcThread::STOPPED, worker.GetState());
     EXPECT_EQ(0, worker.IsInitialised());
-    worker.ReleaseTimer();
+    worker.BlockTimer(false);
     EXPECT_EQ(0, worker.Kill()) << "no thread left";
 
     ASSERT_EQ(0, worker.StartReady());
