@@ -59,7 +59,6 @@ TEST(Clock, TimeZoneBiasesSumToMinusThePresentOffset) {
         int32_t daylightBias;
         bool hasDaylight;
     } cases[] = {
-        {"UTC0", 0, 0, false},
         {"<+0530>-5:30", -330, 0, false},
         {"EST5EDT,M3.2.0,M11.1.0", 300, -60, true},
         {"CET-1CEST,M3.5.0,M10.5.0/3", -60, -60, true},

@@ -17,23 +17,20 @@ namespace {
 
 const char* kNls = "SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage";
 
-std::string Narrow(uint32_t codePage, const std::u16string& wide) {
-    const int need = WideCharToMultiByte(codePage, wide.data(), static_cast<int>(wide.size()),
-                                         nullptr, 0);
+// Both calls of a conversion: the size asked first, then the text.
+std::string Narrow(uint32_t codePage, const std::u16string& w) {
+    const int n = static_cast<int>(w.size());
+    const int need = WideCharToMultiByte(codePage, w.data(), n, nullptr, 0);
     std::string out(static_cast<size_t>(need), 'J');
-    const int got = WideCharToMultiByte(codePage, wide.data(), static_cast<int>(wide.size()),
-                                        &out[0], need);
-    EXPECT_EQ(need, got);
+    EXPECT_EQ(need, WideCharToMultiByte(codePage, w.data(), n, &out[0], need));
     return out;
 }
 
-std::u16string Wide(uint32_t codePage, const std::string& text) {
-    const int need = MultiByteToWideChar(codePage, text.data(), static_cast<int>(text.size()),
-                                         nullptr, 0);
+std::u16string Wide(uint32_t codePage, const std::string& t) {
+    const int n = static_cast<int>(t.size());
+    const int need = MultiByteToWideChar(codePage, t.data(), n, nullptr, 0);
     std::u16string out(static_cast<size_t>(need), u'J');
-    const int got = MultiByteToWideChar(codePage, text.data(), static_cast<int>(text.size()),
-                                        &out[0], need);
-    EXPECT_EQ(need, got);
+    EXPECT_EQ(need, MultiByteToWideChar(codePage, t.data(), n, &out[0], need));
     return out;
 }
 

@@ -67,7 +67,6 @@ TEST_F(ProfileFile, IntegerFallsBackToTheDefault) {
     EXPECT_EQ(12, GetPrivateProfileInt("INIT", "nextentry", 5, file));
     EXPECT_EQ(5, GetPrivateProfileInt("Init", "Bad", 5, file));
     EXPECT_EQ(5, GetPrivateProfileInt("Init", "Missing", 5, file));
-    EXPECT_EQ(5, GetPrivateProfileInt("Log", "NextEntry", 5, file));
     EXPECT_EQ(5, GetPrivateProfileInt("Init", "NextEntry", 5, dir.file("missing.ini")));
 }
 
