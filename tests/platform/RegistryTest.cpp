@@ -177,7 +177,8 @@ TEST(Registry, AReadBetweenTruncationAndWriteWaitsForTheText) {
             saved = std::chrono::steady_clock::now() - start;
         });
         RegistryValue value;
-        const uint32_t result = QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "a", value, true);
+        const uint32_t result =
+            QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software\\A", "a", value, true);
         saver.join();
         if (saved > std::chrono::milliseconds(40)) continue;
         EXPECT_EQ(0u, result);
