@@ -71,10 +71,8 @@ TEST(CleanFilename, ReplacesForbiddenCharacters) {
     };
     EXPECT_EQ(cleaned("C:\\a:b"), "C:\\a_b");
     EXPECT_EQ(cleaned("abcdefgh:ij"), "abcdefgh_ij");
-    EXPECT_EQ(cleaned(":abc"), ":abc");
     EXPECT_EQ(cleaned(":a:b"), ":a:b") << "a colon first of all: the colon step does nothing";
     EXPECT_EQ(cleaned("a|b*c"), "a_b_c");
-    EXPECT_EQ(cleaned("C:\\dir\\f.txt"), "C:\\dir\\f.txt");
     EXPECT_EQ(cleaned("abcdefg:h:i"), "abcdefg:h_i") << "position 7 is still a drive colon";
     EXPECT_EQ(cleaned("x:_COLON_:y"), "x::_y") << "kept quirk: an existing _COLON_ comes back as \":\"";
     EXPECT_EQ(cleaned("<a>\"b\"?"), "_a__b_?") << "a question mark stays";
