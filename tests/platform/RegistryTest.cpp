@@ -86,16 +86,6 @@ TEST(Registry, AKeyExistsThroughItsSectionOrOneBelowIt) {
     EXPECT_EQ(0u, ProbeRegistryKey(HKEY_CLASSES_ROOT, "", true)) << "a hive's root";
 }
 
-TEST(Registry, MissingFileIsAnEmptyRegistryAndFailedWritesLeaveNoFile) {
-    ScratchRegistry reg;
-    RegistryValue value;
-    EXPECT_EQ(2u, QueryRegistryValue(HKEY_LOCAL_MACHINE, "Software", "x", value, true));
-    EXPECT_EQ(2u, ProbeRegistryKey(HKEY_LOCAL_MACHINE, "Software", true));
-    EXPECT_EQ(2u, SetRegistryDword(HKEY_LOCAL_MACHINE, "Software\\A", "x", 1, true));
-    EXPECT_EQ(2u, SetRegistryString(HKEY_LOCAL_MACHINE, "Software\\A", "x", "y", true));
-    EXPECT_FALSE(std::filesystem::exists(reg.path()));
-}
-
 TEST(Registry, CreateAndSetWriteAFileThatReadsBack) {
     ScratchRegistry reg;
     const char* key = "Software\\Norvane\\Telmora\\Trace";
