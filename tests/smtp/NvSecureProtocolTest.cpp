@@ -72,16 +72,13 @@ TEST(SecureChannelHandshake, AcceptsAnyServerCertificate) {
         {"made out for another host", {"mail.other.invalid"}},
     };
     for (const Case& k : cases) {
-        for (const VersionCase& v : kVersions) {
-            SCOPED_TRACE(std::string(k.name) + ", " + v.name);
-            TlsTestServer::Options options = Server(v.maxVersion);
-            options.setup.certificate = MakeCertificate(k.certificate);
-            Session s(options);
-            ASSERT_TRUE(s.Up());
-            s.server.Send(s.server.session().Seal({"220 ready\r\n"}));
-            EXPECT_EQ(s.ReadLine(), "220 ready");
-            s.SendLine("EHLO client");
-        }
+        SCOPED_TRACE(k.name);
+        TlsTestServer::Options options = Server();
+        options.setup.certificate = MakeCertificate(k.certificate);
+        Session s(options);
+        ASSERT_TRUE(s.Up());
+        s.server.Send(s.server.session().Seal({"220 ready\r\n"}));
+        EXPECT_EQ(s.ReadLine(), "220 ready");
     }
 }
 
