@@ -1,4 +1,5 @@
 // ResultLogTest.cpp - the daily file, its head row, the columns and their clean-ups
+// (a log folder gone or unwritable: tests/faults/test_storage.py)
 #include "service/ResultLog.h"
 
 #include <gtest/gtest.h>
@@ -100,12 +101,6 @@ TEST_F(ResultLogTest, FailuresShowTheirCatalogueTextAndNegativeCodesTheGenericOn
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_NE(lines[1].find("|t||7|Error #550: "), std::string::npos) << lines[1];
     EXPECT_NE(lines[2].find("|Error #-2001: Generic Error|"), std::string::npos) << lines[2];
-}
-
-TEST_F(ResultLogTest, AMissingFolderLosesTheLineWithoutAFile) {
-    logDir = dir.file("gone").c_str();
-    Write(kMoment, "s", "t", "r");
-    EXPECT_EQ(ReadFile(dir.file("gone/2026-03-14.LOG")), "");
 }
 
 }  // namespace
