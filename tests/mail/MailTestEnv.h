@@ -1,62 +1,35 @@
-// MailTestEnv.h - a scratch registry and a time zone for one mail test
+// MailTestEnv.h - a scratch registry for one mail test
 //
-// The system code page and the MIME database live in the registry file, the
-// zone in TZ; both are put back when the object goes.
+// The system code page and the MIME database live in the registry file; the
+// code page cache is dropped on the way in and out.
 #pragma once
 
-#include <cstdlib>
 #include <string>
 
 #include "platform/CodePage.h"
-#include "support/TestPaths.h"
+#include "platform/RegistryTestEnv.h"
 
 namespace mailtest {
 
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value) : name_(name) {
-        const char* old = std::getenv(name);
-        hadOld_ = old != nullptr;
-        if (hadOld_) old_ = old;
-        ::setenv(name, value, 1);
-    }
-    ~ScopedEnv() {
-        if (hadOld_)
-            ::setenv(name_.c_str(), old_.c_str(), 1);
-        else
-            ::unsetenv(name_.c_str());
-    }
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
+using testsupport::EnvSetting;
 
-private:
-    std::string name_;
-    std::string old_;
-    bool hadOld_ = false;
-};
-
-// A registry file of the given body ("REGEDIT4" is put in front); the code
-// page cache is dropped on the way in and out.
+// A registry file of the given body ("REGEDIT4" is put in front).
 class ScratchRegistry {
 public:
-    explicit ScratchRegistry(const std::string& body = "")
-        : path_(dir_.file("registry.reg")), env_("TELMORAQ_REGISTRY", path_.c_str()) {
-        testsupport::WriteFile(path_, "REGEDIT4\r\n\r\n" + body);
+    explicit ScratchRegistry(const std::string& body = "") {
+        testsupport::WriteFile(registry_.path(), "REGEDIT4\r\n\r\n" + body);
         platform::ResetCodePageCacheForTest();
     }
     ~ScratchRegistry() { platform::ResetCodePageCacheForTest(); }
 
 private:
-    testsupport::TempDir dir_;
-    std::string path_;
-    ScopedEnv env_;
+    testsupport::ScratchRegistry registry_;
 };
 
 // The system code page as the registry keeps it.
 inline std::string AcpSection(const char* codePage) {
-    return std::string(
-               "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage]\r\n"
-               "\"ACP\"=\"") +
+    return std::string("[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\Nls\\CodePage]\r\n"
+                       "\"ACP\"=\"") +
            codePage + "\"\r\n\r\n";
 }
 

