@@ -36,11 +36,9 @@ RULES = {
     'line-ends': 'bare LF line ends repaired to CR LF throughout',
     'latin1': 'us-ascii or no charset with 8-bit bytes read as iso-8859-1',
     'utf8-pair': 'no charset, and a C2/C3 pair: read as UTF-8',
-    'mislabelled-utf8': 'single-byte charset declared, but the bytes are UTF-8: read as UTF-8',
     'cp1252-c1': 'quoted-printable iso-8859-1 with C1 bytes read as windows-1252',
     'raw-text': 'text kept as its raw bytes (an attachment, or zero bytes in a non-UTF-16 part)',
     'replacement': 'bytes the charset does not map: Python puts U+FFFD, our tables drop or map them',
-    'meta-charset': 'HTML without charset read in the charset of its META tag',
     'binary line-ends': 'binary part without transfer encoding: bare LF repaired to CR LF',
     'last line end': 'the line end before a missing or mangled delimiter stays with the part',
     'python-undecoded': 'broken transfer encoding: Python gives the encoded text back, we decode tolerantly',
@@ -61,9 +59,7 @@ RULES = {
     'jis via shift-jis': 'iso-2022-jp without escapes goes through Shift-JIS: its 8-bit bytes read with code page 932 (half-width katakana, user area)',
     'gb18030 as GBK': 'gb18030 read as GBK (code page 936): its four-byte sequences are not mapped',
     'bom-dropped': 'UTF-16 byte order mark dropped in the conversion (Python keeps U+FEFF)',
-    'bare-cr': 'a lone CR stays in the text; Python reads it as a line end',
     'second blank line': 'a part that begins with a blank line: up to two CR LF pairs are skipped before the body',
-    'python-multipart-fallback': 'multipart without usable boundary or delimiter: we keep the type, Python reads text/plain',
     'type ends at blank': 'media type ends at the first blank (Python reads on to ";")',
     'headerless multipart': 'a file that begins with a delimiter line is read as multipart/mixed with that boundary',
     'bare LF before delimiter': 'the two bytes before a delimiter are taken for CR LF even where the line ends in a bare LF',
@@ -310,17 +306,11 @@ def text_class(ours_bytes, part, raw, node):
         as_utf8 = lf(raw.decode('utf-8'))
     except UnicodeDecodeError:
         as_utf8 = None
-    if as_utf8 is not None and ours == as_utf8:
-        return 'utf8-pair' if declared == '' else 'mislabelled-utf8'
+    if as_utf8 is not None and declared == '' and ours == as_utf8:
+        return 'utf8-pair'
     if declared in ('iso-8859-1', 'latin1', 'us-ascii') and \
             ours == lf(raw.decode('cp1252', 'replace')).replace('\ufffd', ''):
         return 'cp1252-c1'
-    if node['charset'] and node['charset'].lower() != declared:
-        try:
-            if ours == lf(raw.decode(node['charset'], 'replace')).replace('\ufffd', ''):
-                return 'meta-charset'
-        except LookupError:
-            pass
     if only_replacements(ours, theirs):
         return 'replacement'
     if qp_text_breaks(ours_bytes.decode('utf-8', 'surrogateescape'), part, node):
@@ -442,8 +432,6 @@ def peer_charset_class(ours, theirs, raw, declared, node):
         return 'unknown-charset-latin1'
     if theirs.startswith('\ufeff') and ours == theirs[1:]:
         return 'bom-dropped'
-    if '\r' in ours and ours.replace('\r', '\n') == theirs:
-        return 'bare-cr'
     return None
 
 
@@ -744,10 +732,6 @@ def compare(nodes, data, path, counts, failures):
                     re.search(rb'(?im)^content-type:\s*' + re.escape(node['content_type'].encode()),
                               encoded_payload(part)):
                 counts['python-header-cut'] += 1
-            elif node['content_type'].startswith('multipart/') and node['parts'] == 0 and \
-                    py_type == 'text/plain' and \
-                    str(part['content-type']).strip().lower().startswith(node['content_type']):
-                counts['python-multipart-fallback'] += 1
             elif node['content_type'] and py_type.startswith(node['content_type']) and \
                     py_type[len(node['content_type'])] in ' \t':
                 counts['type ends at blank'] += 1
