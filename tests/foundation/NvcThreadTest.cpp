@@ -230,7 +230,9 @@ TEST_F(NvcThreadTest, HookCommandsWhilePausedAreDroppedAndTimerRests) {
     EXPECT_EQ(0, worker.Stop(kLongWaitMs));
 
     EXPECT_EQ((std::vector<std::pair<int, int>>{{2, 22}}), worker.Messages());
-    for (int32_t state : worker.TimerStates()) EXPECT_EQ(CNvcThread::STARTED, state);
+    // Pause, Resume and Stop set their pending states from this thread, so a
+    // tick may see one of those; PAUSED is set by the worker alone.
+    for (int32_t state : worker.TimerStates()) EXPECT_NE(CNvcThread::PAUSED, state);
     EXPECT_TRUE(HasLine(TraceLines(trace), "THREAD: Already started."));
 }
 
