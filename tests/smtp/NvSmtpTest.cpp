@@ -24,9 +24,9 @@ std::vector<Step> Join(std::vector<Step> a, const std::vector<Step>& b) {
 
 const std::vector<Step> kQuit = {Hear(), Say("221 bye")};
 
-// Greeting and a plain EHLO answer, ready for the transaction steps.
-std::vector<Step> Opened(const std::vector<Step>& rest) {
-    return Join(Join({Say("220 ready"), Hear(), Say("250 hi")}, rest), kQuit);
+// A greeting, `ehlo` as the answer to EHLO, `rest`, then QUIT.
+std::vector<Step> Opened(const std::vector<Step>& rest, const std::string& ehlo = "250 hi") {
+    return Join(Join({Say("220 ready"), Hear(), Say(ehlo)}, rest), kQuit);
 }
 
 }  // namespace
@@ -100,33 +100,24 @@ TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
     const Case cases[] = {
         {"greeting 554 is refused without EHLO", "", Join({Say("554 no")}, kQuit), -554, {"QUIT"}, 0},
         {"greeting outside the map", "", Join({Say("299 odd")}, kQuit), CNvSmtp::kUnmappedGreeting, {"QUIT"}, 0},
-        {"EHLO refused, HELO taken: PLAIN", "",
-         Join({Say("220 x"), Hear(), Say("500 what"), Hear(), Say("250 ok")}, kQuit), 0, {Ehlo(), Helo(), "QUIT"},
-         CNvSmtp::kAuthPlain},
+        {"EHLO refused, HELO taken: PLAIN", "", Opened({Hear(), Say("250 ok")}, "500 what"), 0,
+         {Ehlo(), Helo(), "QUIT"}, CNvSmtp::kAuthPlain},
         {"421 and hang-up after EHLO: HELO finds nobody, no QUIT", "",
          {Say("220 x"), Hear(), Say("421 closing"), scripted::Hangup()}, CNvSmtp::kNoCompleteReply, {Ehlo(), Helo()}, 0},
-        {"EHLO and HELO refused", "",
-         Join({Say("220 x"), Hear(), Say("421 busy"), Hear(), Say("421 busy")}, kQuit), CNvSmtp::kHelloRefused,
+        {"EHLO and HELO refused", "", Opened({Hear(), Say("421 busy")}, "421 busy"), CNvSmtp::kHelloRefused,
          {Ehlo(), Helo(), "QUIT"}, 0},
-        {"all three offered: PLAIN wins", "",
-         Join({Say("220 x"), Hear(), Say("250-x\r\n250-AUTH LOGIN CRAM-MD5 PLAIN\r\n250 OK")}, kQuit), 0,
+        {"all three offered: PLAIN wins", "", Opened({}, "250-x\r\n250-AUTH LOGIN CRAM-MD5 PLAIN\r\n250 OK"), 0,
          {Ehlo(), "QUIT"}, CNvSmtp::kAuthPlain},
-        {"CRAM-MD5 beats LOGIN", "",
-         Join({Say("220 x"), Hear(), Say("250-x\r\n250 AUTH LOGIN CRAM-MD5")}, kQuit), 0, {Ehlo(), "QUIT"},
+        {"CRAM-MD5 beats LOGIN", "", Opened({}, "250-x\r\n250 AUTH LOGIN CRAM-MD5"), 0, {Ehlo(), "QUIT"},
          CNvSmtp::kAuthCramMd5},
-        {"login inside a host name counts", "",
-         Join({Say("220 x"), Hear(), Say("250-mx.BlogIn.example\r\n250 SIZE 1000")}, kQuit), 0, {Ehlo(), "QUIT"},
-         CNvSmtp::kAuthLogin},
-        {"STARTTLS on the last line is not seen", "",
-         Join({Say("220 x"), Hear(), Say("250-x\r\n250 STARTTLS")}, kQuit), 0, {Ehlo(), "QUIT"}, 0},
+        {"login inside a host name counts", "", Opened({}, "250-mx.BlogIn.example\r\n250 SIZE 1000"), 0,
+         {Ehlo(), "QUIT"}, CNvSmtp::kAuthLogin},
+        {"STARTTLS on the last line is not seen", "", Opened({}, "250-x\r\n250 STARTTLS"), 0, {Ehlo(), "QUIT"}, 0},
         {"STARTTLS refused with 454: on in the clear, no EHLO", "user",
-         Join({Say("220 x"), Hear(), Say("250-x\r\n250-STARTTLS\r\n250 AUTH PLAIN"), Hear(), Say("454 not now"),
-               Hear(), Say("235 ok")},
-              kQuit),
-         0, {Ehlo(), "STARTTLS", plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
-        {"nothing offered, account set: PLAIN", "user",
-         Join({Say("220 x"), Hear(), Say("250 x"), Hear(), Say("235 ok")}, kQuit), 0, {Ehlo(), plainUserPass, "QUIT"},
-         CNvSmtp::kAuthPlain},
+         Opened({Hear(), Say("454 not now"), Hear(), Say("235 ok")}, "250-x\r\n250-STARTTLS\r\n250 AUTH PLAIN"), 0,
+         {Ehlo(), "STARTTLS", plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
+        {"nothing offered, account set: PLAIN", "user", Opened({Hear(), Say("235 ok")}, "250 x"), 0,
+         {Ehlo(), plainUserPass, "QUIT"}, CNvSmtp::kAuthPlain},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -143,11 +134,7 @@ TEST(NvSmtpConnect, DialoguesUpToAuthentication) {
 
 TEST(NvSmtpConnect, BadSettingsOrNoServerFailWithinTheConnectLimit) {
     testsupport::TempDir dir;
-    int closedPort;
-    {
-        testsupport::LoopbackPeer closed;
-        closedPort = closed.port();
-    }
+    const int closedPort = testsupport::LoopbackPeer().port();  // closed again at once
     struct Case {
         const char* name;
         const char* host;

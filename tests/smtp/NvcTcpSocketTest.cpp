@@ -183,11 +183,7 @@ TEST(NvcTcpSocketSend, LargeWriteToASlowReaderStallsOnIdle) {
 }
 
 TEST(NvcTcpSocketConnect, FailuresLeaveTheObjectClosed) {
-    int port;
-    {
-        LoopbackPeer closed;
-        port = closed.port();
-    }
+    const int port = LoopbackPeer().port();  // closed again at once
     CNvcTcpSocket socket("CNvcTcpSocketTest");
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(socket.TcpConnect("127.0.0.1", port, 300), -1);
