@@ -1,4 +1,5 @@
 // QueueSvcTest.cpp - the wait loop's time rules and the control handler, on an injected clock
+// (a worker that stops in time ending the loop: ServiceEndToEndTest's orderly stop)
 #include "service/QueueSvc.h"
 
 #include <gtest/gtest.h>
@@ -75,16 +76,6 @@ TEST_F(KeepRunningTest, WaitsTenSecondsForTheWorkerAndGivesUpAtEleven) {
     clock += 1;
     EXPECT_FALSE(Cycle()) << "11 seconds end the wait";
     EXPECT_EQ(worker.stopTimeouts.size(), 1u) << "the second stop call is made once only";
-}
-
-TEST_F(KeepRunningTest, AStoppedWorkerEndsTheLoopAtTheCycleAfterTheStopWaitStart) {
-    state.stopRequested = 1;
-    Cycle();
-    clock += 25;
-    EXPECT_TRUE(Cycle());
-    worker.SetState(CNvcThread::STOPPED);
-    clock += 2;
-    EXPECT_FALSE(Cycle());
 }
 
 TEST_F(KeepRunningTest, StopControlReportsPendingThenStopsTheWorkerThenRecords) {

@@ -45,13 +45,6 @@ bool WaitFor(const std::function<bool()>& done, int seconds) {
     return true;
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-    std::istringstream in(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
 std::string Today() {
     char name[32];
     const std::time_t now = std::time(nullptr);
@@ -96,10 +89,7 @@ public:
             ::setenv("TELMORAQ_REGISTRY", dir.file("registry.reg").c_str(), 1);
             ::setenv("TELMORAQ_EVENTLOG", dir.file("events.log").c_str(), 1);
             ::setenv("TELMORAQ_DEBUG_DIR", dir.file("debug").c_str(), 1);
-            if (serviceMode)
-                ::setenv("NOTIFY_SOCKET", dir.file("notify").c_str(), 1);
-            else
-                ::unsetenv("NOTIFY_SOCKET");
+            serviceMode ? ::setenv("NOTIFY_SOCKET", dir.file("notify").c_str(), 1) : ::unsetenv("NOTIFY_SOCKET");
             ::execl(kProgram.c_str(), kProgram.c_str(), serviceMode ? nullptr : "/NvDebug", nullptr);
             ::_exit(127);
         }
@@ -107,9 +97,8 @@ public:
     // The exit status once the process has ended within `seconds`; -1 otherwise.
     int WaitExit(int seconds) {
         int status = -1;
-        const bool ended = WaitFor(
-            [&] { return pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) == pid_; }, seconds);
-        if (!ended) return -1;
+        if (!WaitFor([&] { return pid_ <= 0 || ::waitpid(pid_, &status, WNOHANG) == pid_; }, seconds))
+            return -1;
         pid_ = -1;
         return status;
     }
@@ -142,8 +131,9 @@ public:
             "From: Alice <alice@example.test>\r\nTo: Bob <" + to + ">\r\nSubject: " + subject +
                 "\r\n\r\nHello.\r\n",
             settings, key);
-        if (!portText.empty()) Replace(text, "Port: " + std::to_string(port), "Port: " + portText);
-        Replace(text, "Secure: FALSE", "Secure: " + secureText);
+        const size_t at = text.find("Port: ") + 6;
+        if (!portText.empty()) text.replace(at, text.find('\r', at) - at, portText);
+        text.replace(text.find("Secure: FALSE") + 8, 5, secureText);
         std::string path, error;
         ASSERT_TRUE(WriteQueueFile(dir.file("pickup"), name, text, path, error)) << error;
     }
@@ -155,16 +145,16 @@ public:
         if (pipe != nullptr) ::pclose(pipe);
         return out;
     }
-    std::vector<std::string> LogLines() { return Lines(ReadFile(dir.file("log/" + Today()))); }
+    std::vector<std::string> LogLines() {
+        std::istringstream in(ReadFile(dir.file("log/" + Today())));
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        return lines;
+    }
 
     TempDir dir;
 
 private:
-    static void Replace(std::string& text, const std::string& from, const std::string& to) {
-        const size_t at = text.find(from);
-        if (at != std::string::npos) text.replace(at, from.size(), to);
-    }
-
     pid_t pid_ = -1;
     int notifyFd_ = -1;
     std::string notes_;
