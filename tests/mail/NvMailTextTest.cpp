@@ -20,11 +20,9 @@ TEST(NvMailText, ClassFollowsTheWidestCharacterAndTheSystemCodePage) {
 }
 
 // The offset part of the Date value under `tz`; the date and time in front
-// must be the C library's English reading of the same second.
+// must be the C library's reading of the same second (English: the test
+// runs in the "C" locale).
 std::string OffsetUnder(const char* tz) {
-    static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     mailtest::EnvSetting zone("TZ", tz);
     for (int attempt = 0; attempt < 5; ++attempt) {
         const time_t now = std::time(nullptr);
@@ -35,9 +33,7 @@ std::string OffsetUnder(const char* tz) {
         struct tm tm {};
         localtime_r(&now, &tm);
         char expected[64];
-        std::snprintf(expected, sizeof expected, "%s, %d %s %04d %02d:%02d:%02d ", days[tm.tm_wday],
-                      tm.tm_mday, months[tm.tm_mon], tm.tm_year + 1900, tm.tm_hour, tm.tm_min,
-                      tm.tm_sec);
+        std::strftime(expected, sizeof expected, "%a, %-d %b %Y %H:%M:%S ", &tm);
         const std::string text = out.GetData();
         EXPECT_EQ(0u, text.rfind(expected, 0)) << tz << ": " << text;
         return text.substr(std::min(text.size(), std::strlen(expected)));

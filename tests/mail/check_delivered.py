@@ -22,6 +22,10 @@ def text_of(part):
     return (part.get_payload(decode=True) or b"").decode(part.get_content_charset() or "ascii", "replace")
 
 
+def is_base64(part):
+    return part.get("Content-Transfer-Encoding", "").strip().lower() == "base64"
+
+
 def stored_leaves(message):
     """Decoded leaves (also with LF line ends), and whether the message is whole:
     no defect seen by Python's parser and clean Base64. A damaged message has
@@ -32,7 +36,7 @@ def stored_leaves(message):
         if not part.is_multipart():
             payload = part.get_payload(decode=True) or b""
             found.update((payload, payload.replace(b"\r\n", b"\n")))
-            if part.get("Content-Transfer-Encoding", "").strip().lower() == "base64":
+            if is_base64(part):
                 raw = re.sub(r"\s+", "", str(part.get_payload()))
                 whole = whole and len(raw) % 4 == 0 and re.fullmatch(r"[A-Za-z0-9+/]*={0,2}", raw)
     return found, whole
@@ -43,8 +47,7 @@ def split_received(message, plain, html):
     bodies, attachments = message, []
     if message.get_content_type() == "multipart/mixed":
         children = message.get_payload()
-        bodies = children[0] if plain or html else None
-        attachments = children[1:] if plain or html else children
+        bodies, attachments = (children[0], children[1:]) if plain or html else (None, children)
     if bodies is not None and bodies.get_content_type() == "multipart/alternative":
         return bodies.get_payload()[0], bodies.get_payload()[1], attachments
     return (bodies if plain else None), (bodies if html and not plain else None), attachments
@@ -74,9 +77,8 @@ def check(number, fields, maildir):
         yield "%d attachments, wanted %s" % (len(attachments), count)
     with open(path, "rb") as f:
         stored, whole = stored_leaves(parse(f.read()))
-    for part in attachments if whole else []:
-        if part.get("Content-Transfer-Encoding", "").strip().lower() != "base64":
-            continue  # binary attachments only: text may be re-encoded on the way
+    # Binary attachments only (text may be re-encoded on the way), of whole messages.
+    for part in [p for p in attachments if whole and is_base64(p)]:
         payload = part.get_payload(decode=True)
         if payload not in stored and payload.replace(b"\r\n", b"\n") not in stored:
             yield "attachment %s is not byte-identical to a stored part" % part.get_filename()
