@@ -65,16 +65,6 @@ TEST(NvSmtpReply, ReadReplyKeepsEveryLineWithOneBlank) {
     }
 }
 
-TEST(NvSmtpReply, SilentGreetingGivesNoCode) {
-    scripted::Peer silent({Pause(1500), Hear()});
-    auto client = scripted::ClientFor(silent.port());
-    client->m_connectTimeout = 300;
-    client->m_commandTimeout = 300;
-    EXPECT_EQ(client->Connect(), CNvSmtp::kNoReplyCode);
-    EXPECT_FALSE(client->IsConnected());
-    EXPECT_EQ(silent.lines(), (Lines{"QUIT"}));
-}
-
 TEST(NvSmtpReply, EndlessReplyStopsAtItsLimit) {
     std::string flood;
     while (flood.size() < (3u << 19)) flood += "250-" + std::string(16 * 1024, 'x') + "\r\n";
