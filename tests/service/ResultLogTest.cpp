@@ -53,16 +53,24 @@ private:
     bool hadTz_ = false;
 };
 
-TEST_F(ResultLogTest, TheHeadRowComesOncePerDayFileAndTheFolderGetsItsSeparator) {
+// To loses its angle brackets, the reply its line ends (one point each); a
+// failure shows its catalogue text, a negative code the generic one.
+TEST_F(ResultLogTest, TheHeadRowComesOncePerDayFileAndTheColumnsAreCleanedUp) {
     Write(kMoment, "one", "a@x", "250 OK");
-    Write(kMoment + 60, "two", "a@x", "250 OK");
-    EXPECT_STREQ(logDir.GetData(), (dir.path() + "/").c_str());
+    Write(kMoment + 60, "", "Bob <bob@x>, <c@y>", "250-first\r\n250 last\n\r");
+    EXPECT_STREQ(logDir.GetData(), (dir.path() + "/").c_str());  // the folder gets its separator
+    AppendResultLine(logDir, "|", kMoment, "s", "t", "", 7, 550, "550 no");
+    AppendResultLine(logDir, "|", kMoment, "s", "t", "", 7, -2001, "");
     Write(kMoment + 86400, "next day", "a@x", "250 OK");
 
     const std::vector<std::string> lines = Lines();
-    ASSERT_EQ(lines.size(), 3u);
+    ASSERT_EQ(lines.size(), 5u);
     EXPECT_EQ(lines[0], "Date and Time|Subject|To|StoredMimeFile|TimeElapsed|Result|LastSmtpResponse");
     EXPECT_EQ(lines[1], "03/14/2026 03:09:26 PM|one|a@x|a.hst|1234|Error #0: Success|250 OK");
+    EXPECT_EQ(lines[2], "03/14/2026 03:10:26 PM||Bob bob@x, c@y|a.hst|1234|Error #0: Success|"
+                        "250-first..250 last..");
+    EXPECT_NE(lines[3].find("|t||7|Error #550: "), std::string::npos) << lines[3];
+    EXPECT_NE(lines[4].find("|Error #-2001: Generic Error|"), std::string::npos) << lines[4];
     ASSERT_EQ(Lines("2026-03-15.LOG").size(), 2u);
     EXPECT_EQ(Lines("2026-03-15.LOG")[0].rfind("Date and Time|", 0), 0u);
 }
@@ -75,14 +83,6 @@ TEST_F(ResultLogTest, AFileFromAnEarlierRunOfTheDayGetsNoSecondHeadRow) {
     EXPECT_EQ(lines[0], "earlier line");
 }
 
-TEST_F(ResultLogTest, ToLosesItsAngleBracketsAndTheReplyItsLineEndsOnePointEach) {
-    Write(kMoment, "", "Bob <bob@x>, <c@y>", "250-first\r\n250 last\n\r");
-    const std::vector<std::string> lines = Lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[1], "03/14/2026 03:09:26 PM||Bob bob@x, c@y|a.hst|1234|Error #0: Success|"
-                        "250-first..250 last..");
-}
-
 TEST_F(ResultLogTest, SeparatorsOfSeveralCharactersAndNoneAreUsedAsGiven) {
     Write(kMoment, "s", "t", "r", " ;; ");
     Write(kMoment, "s", "t", "r", "");
@@ -92,15 +92,6 @@ TEST_F(ResultLogTest, SeparatorsOfSeveralCharactersAndNoneAreUsedAsGiven) {
                         "LastSmtpResponse");
     EXPECT_EQ(lines[1], "03/14/2026 03:09:26 PM ;; s ;; t ;; a.hst ;; 1234 ;; Error #0: Success ;; r");
     EXPECT_EQ(lines[2], "03/14/2026 03:09:26 PMsta.hst1234Error #0: Successr");
-}
-
-TEST_F(ResultLogTest, FailuresShowTheirCatalogueTextAndNegativeCodesTheGenericOne) {
-    AppendResultLine(logDir, "|", kMoment, "s", "t", "", 7, 550, "550 no");
-    AppendResultLine(logDir, "|", kMoment, "s", "t", "", 7, -2001, "");
-    const std::vector<std::string> lines = Lines();
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_NE(lines[1].find("|t||7|Error #550: "), std::string::npos) << lines[1];
-    EXPECT_NE(lines[2].find("|Error #-2001: Generic Error|"), std::string::npos) << lines[2];
 }
 
 }  // namespace
