@@ -14,20 +14,14 @@
 
 namespace {
 
-const char* const kControlHeaders[] = {
-    "X-NvQueueService-RemoveBeforeSending-Host: 127.0.0.1",
-    "X-NvQueueService-RemoveBeforeSending-Port: 25",
-    "X-NvQueueService-RemoveBeforeSending-Account: nobody",
-    "X-NvQueueService-RemoveBeforeSending-Password: 0102030405",
-    "X-NvQueueService-RemoveBeforeSending-Secure: FALSE",
-};
-
 // The stored message as a producer writes it: control headers in front, in
 // the message's own line ending.
 std::string QueueFileOf(const std::string& message) {
     const std::string eol = message.find("\r\n") != std::string::npos ? "\r\n" : "\n";
     std::string text;
-    for (const char* header : kControlHeaders) text += header + eol;
+    for (const char* field : {"Host: 127.0.0.1", "Port: 25", "Account: nobody",
+                              "Password: 0102030405", "Secure: FALSE"})
+        text += "X-NvQueueService-RemoveBeforeSending-" + std::string(field) + eol;
     return text + message;
 }
 
@@ -44,15 +38,12 @@ std::string Utf8(CNvcStringW& text) {
     return out.GetData();
 }
 
-bool IsPlainAddress(const std::string& address) {
-    static const std::regex plain("[A-Za-z0-9._%+=-]+@[A-Za-z0-9.-]+");
-    return std::regex_match(address, plain);
-}
-
 // Only what a conforming server takes: plain addresses, at least one
 // recipient, and no composed line over 998 bytes (an attachment copied as it
 // was stored may hold one, or bare LF line ends that make one).
 bool Deliverable(CNvMail& mail, std::string& recipients) {
+    static const std::regex plain("[A-Za-z0-9._%+=-]+@[A-Za-z0-9.-]+");
+    const auto IsPlainAddress = [](const std::string& address) { return std::regex_match(address, plain); };
     if (!IsPlainAddress(Utf8(mail.m_fromAddress))) return false;
     recipients.clear();
     for (auto* list : {&mail.m_to, &mail.m_cc, &mail.m_bcc}) {

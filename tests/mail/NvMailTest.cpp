@@ -86,10 +86,7 @@ TEST_F(NvMail, EightHeadersBecomeFieldsAndNothingOfAFirstLoadStays) {
                       "Content-Type: multipart/mixed; boundary=\"o\"\r\n\r\n"
                       "--o\r\nContent-Type: text/html\r\n\r\n<p>h</p>\r\n"
                       "--o\r\nContent-Type: image/png; name=\"p.png\"\r\n\r\nPNG\r\n--o--\r\n"));
-    EXPECT_EQ(
-        "\xC3\x9C"
-        "ber \xE2\x82\xAC",
-        Utf8(m_mail.m_subject));
+    EXPECT_EQ("Über €", Utf8(m_mail.m_subject));
     EXPECT_EQ("Fred Foo|fred@x.org|help@x.org|Fred <fred@x.org>|Acme",
               Utf8(m_mail.m_fromName) + "|" + Utf8(m_mail.m_fromAddress) + "|" +
                   Utf8(m_mail.m_replyToAddress) + "|" + Utf8(m_mail.m_receiptAddress) + "|" +
@@ -192,15 +189,11 @@ TEST_F(NvMail, ComposedHeadersInOrderByteForByte) {
     const char* const fields[][2] = {
         {"Reply-To", "<help@x.org>"},
         {"From", "\"Fred Foo\" <fred@x.org>"},
-        {"To",
-         "\"A One\" <a@x.com>, <b@x.com>, \"\xC3\x87"
-         "a Va\" <c@x.com>"},
+        {"To", "\"A One\" <a@x.com>, <b@x.com>, \"Ça Va\" <c@x.com>"},
         {"Cc", "<cc@x.com>"},
         {"Bcc", "\"Hidden\" <bcc@x.com>"},
         {"Subject", "Hello world"},
-        {"Organization",
-         "Gr\xC3\xBC\xC3\x9F"
-         "e"},
+        {"Organization", "Grüße"},
         {"X-Priority", "1 (Highest)"},
         {"X-Mailer", "Mailer 1.0"},
         {"Disposition-Notification-To", "fred@x.org"},
