@@ -56,7 +56,7 @@ RULES = {
     'unknown-charset-latin1': 'a charset name we do not know: 8-bit text read as iso-8859-1 (C1 bytes dropped by our table)',
     'gbk-superset, unclosed nesting': 'gb2312 read as GBK, in unclosed multiparts that each take two bytes for a line end',
     'cp936 euro': 'code page 936 reads the single byte 0x80 as the euro sign (Python: not mapped); unmapped bytes dropped',
-    'jis via shift-jis': 'iso-2022-jp without escapes goes through Shift-JIS: its 8-bit bytes read with code page 932 (half-width katakana, user area)',
+    'jis via shift-jis': 'iso-2022-jp without escapes goes through Shift-JIS: its 8-bit bytes read with code page 932 (half-width katakana)',
     'gb18030 as GBK': 'gb18030 read as GBK (code page 936): its four-byte sequences are not mapped',
     'bom-dropped': 'UTF-16 byte order mark dropped in the conversion (Python keeps U+FEFF)',
     'second blank line': 'a part that begins with a blank line: up to two CR LF pairs are skipped before the body',
@@ -160,14 +160,8 @@ def our_quoted_printable(text, line_end=b'\r\n'):
                 out.append(byte)
             elif i == len(line) - 1:
                 soft = True
-            elif i + 2 < len(line) + 1 and len(line) > i + 2 and \
-                    line[i + 1] in hexdigits and line[i + 2] in hexdigits:
+            elif i + 2 < len(line) and line[i + 1] in hexdigits and line[i + 2] in hexdigits:
                 value = int(line[i + 1:i + 3], 16)
-                if value == 0xFF and line[i + 3:i + 7] == b'FFFF':
-                    digits = line[i + 7:i + 9]
-                    value = sum((int(chr(d), 16) if d in hexdigits else 0) << (4 * (1 - k))
-                                for k, d in enumerate(digits.ljust(2, b'0')))
-                    i += 6
                 out.append(value)
                 i += 2
             else:
@@ -313,8 +307,6 @@ def text_class(ours_bytes, part, raw, node):
         return 'cp1252-c1'
     if only_replacements(ours, theirs):
         return 'replacement'
-    if qp_text_breaks(ours_bytes.decode('utf-8', 'surrogateescape'), part, node):
-        return 'qp line breaks'
     if bare_lf_cut(ours, theirs, part, node):
         return 'bare LF before delimiter'
     if headerless(part) and ours in theirs:
@@ -350,24 +342,13 @@ codecs.register_error('cp936-euro', lambda error: (
     '\u20ac' if error.object[error.start:error.end] == b'\x80' else '', error.end))
 
 
-def cp932_user_area(error):
-    """Lead bytes F0-F9 are the user area, U+E000 on; other unmapped bytes drop one by one."""
-    pair = error.object[error.start:error.start + 2]
-    if len(pair) == 2 and 0xF0 <= pair[0] <= 0xF9 and 0x40 <= pair[1] <= 0xFC and pair[1] != 0x7F:
-        index = (pair[0] - 0xF0) * 188 + pair[1] - 0x40 - (pair[1] >= 0x80)
-        return chr(0xE000 + index), error.start + 2
-    return '', error.start + 1
-
-
-codecs.register_error('cp932-user-area', cp932_user_area)
+# Unmapped bytes drop one by one.
+codecs.register_error('cp932-drop', lambda error: ('', error.start + 1))
 PYTHON_CODEC = {'windows-874': 'cp874', 'x-mac-cyrillic': 'mac_cyrillic'}
 
 
 def decoded(raw, codec):
-    try:
-        return lf(raw.decode(codec, 'replace'))
-    except LookupError:
-        return None
+    return lf(raw.decode(codec, 'replace'))
 
 
 def bare_lf_cut(ours, theirs, part, node):
@@ -392,22 +373,6 @@ def unclosed_text(ours, theirs, node):
     return False
 
 
-def qp_text_breaks(ours, part, node):
-    """Hard line breaks as CR LF on our side, LF on Python's; the rest the same."""
-    if node['encoding'].strip().lower() != 'quoted-printable':
-        return False
-    try:
-        theirs = part.get_content()
-        codec = (part.get_param('charset') or 'us-ascii')
-        for text in (encoded_payload(part), to_crlf(encoded_payload(part))):
-            if ours == our_quoted_printable(text).decode(codec, 'replace') and \
-                    theirs == our_quoted_printable(text, b'\n').decode(codec, 'replace'):
-                return True
-    except (LookupError, KeyError, ValueError):
-        pass
-    return False
-
-
 def peer_charset_class(ours, theirs, raw, declared, node):
     if declared.startswith('iso-8859') and \
             ours == ''.join(c for c in theirs if not '\x80' <= c <= '\x9f'):
@@ -423,7 +388,7 @@ def peer_charset_class(ours, theirs, raw, declared, node):
         if ours == lf(raw.decode('gbk', 'cp936-euro')):
             return 'cp936 euro'
     if declared == 'iso-2022-jp' and b'\x1b' not in raw and \
-            ours == lf(raw.decode('cp932', 'cp932-user-area')):
+            ours == lf(raw.decode('cp932', 'cp932-drop')):
         return 'jis via shift-jis'
     if declared in PYTHON_CODEC and ours == decoded(raw, PYTHON_CODEC[declared]):
         return 'python-no-codec'
