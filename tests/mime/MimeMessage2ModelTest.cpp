@@ -42,16 +42,8 @@ TEST(MimeMessage2Cached, ContentTypeParametersSurviveBlanksCaseAndQuotedSemicolo
 }
 
 TEST(MimeMessage2Cached, ExtendedParameterSegmentsAddUp) {
-    auto node =
-        withHeader("Content-Disposition: attachment; filename*0*=utf-8''a%20b; filename*1*=%20c");
-    EXPECT_EQ(str(node->getDisposition()), "attachment");
-    EXPECT_EQ(cached(*node, &MimeMessage2::getFilename), "a b c");
-
-    node = withHeader("Content-Disposition: inline; filename*=utf-8''x");
-    EXPECT_EQ(cached(*node, &MimeMessage2::getFilename), "x");
-
     // Later segments are read in the charset the first one named.
-    node = withHeader("Content-Type: text/plain; name*0*=iso-8859-1''%E4; name*1*=%F6");
+    auto node = withHeader("Content-Type: text/plain; name*0*=iso-8859-1''%E4; name*1*=%F6");
     EXPECT_EQ(cached(*node, &MimeMessage2::getName), "\xC3\xA4\xC3\xB6");
 
     node = withHeader("Content-Type: text/plain; name=\"plain\"; name*0*=utf-8''seg");

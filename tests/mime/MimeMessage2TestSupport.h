@@ -24,8 +24,6 @@ inline std::unique_ptr<brelkin::MimeMessage2> parse(const std::string& text,
     return node;
 }
 
-using mimetest::str;
-
 inline std::string body(const brelkin::MimeMessage2& node) {
     return str(node.getBody());
 }
