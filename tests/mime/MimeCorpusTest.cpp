@@ -146,12 +146,7 @@ const char* fieldRule(const brelkin::MimeField& x, const brelkin::MimeField& y, 
     const std::string a = valueOf(x), b = valueOf(y);
     if (squeezeWhiteSpace(a) == squeezeWhiteSpace(b)) return kFoldRule;
     if (squeezeWhiteSpace(a, true) == squeezeWhiteSpace(b, true)) return kQuoteRule;
-    DataBuffer readAgain;
-    brelkin::EncodingConvert converter;
-    converter.convert(codePageY, 65001, a.data(), static_cast<uint32_t>(a.size()), readAgain);
-    if (squeezeWhiteSpace(str(readAgain)) == squeezeWhiteSpace(b)) return kRawAddressRule;
-    // Read again more than once: what counts is that 8-bit text went out raw
-    // and came back in a page other than UTF-8.
+    // 8-bit text went out raw and came back in a page other than UTF-8.
     const bool eightBit = std::any_of(a.begin(), a.end(), [](char c) { return c & 0x80; });
     return eightBit && codePageY != 65001 ? kRawAddressRule : "";
 }
