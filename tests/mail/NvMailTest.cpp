@@ -223,7 +223,6 @@ TEST_F(NvMail, HeaderTextsPriorityRowsAndBodyClasses) {
         const char* out;
     } words[] = {
         {u"Plain ASCII", 0, false, "Plain ASCII"},
-        {u"", 0, true, "\"\""},
         {u"Gr\u00fc\u00dfe", 0, false, "=?windows-1252?B?R3L832U=?="},
         {u"Gr\u00fc\u00dfe", 1250, true, "\"=?windows-1250?B?R3L832U=?=\""},  // relabelled only
         {u"\u01c4\u20ac", 1250, false, "=?utf-8?B?x4Tigqw=?="},
@@ -284,7 +283,7 @@ TEST_F(NvMail, BoundariesAndAttachmentsOfComposesInARow) {
                       "--i\r\nContent-Type: text/html\r\n\r\nhtml\r\n--i--\r\n--o\r\n" +
                       part + "--o--\r\n"));
     EXPECT_EQ("a@x.com", Header("To"));
-    platform::srand(1);
+    platform::srand(1);  // 41, 18467, 6334, 26500, 19169, 15724, 11478, 29358
     std::string text = Composed();
     EXPECT_EQ("<a@x.com>", Header("To"));  // GetHeader reads the new tree now
     EXPECT_EQ(std::string::npos, text.find("X-NvQueueService")) << text;
