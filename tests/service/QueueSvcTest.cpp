@@ -1,5 +1,4 @@
 // QueueSvcTest.cpp - the wait loop's time rules and the control handler, on an injected clock
-// (a worker that stops in time ending the loop: ServiceEndToEndTest's orderly stop)
 #include "service/QueueSvc.h"
 
 #include <gtest/gtest.h>
@@ -78,6 +77,16 @@ TEST_F(KeepRunningTest, WaitsTenSecondsForTheWorkerAndGivesUpAtEleven) {
     EXPECT_EQ(worker.stopTimeouts.size(), 1u) << "the second stop call is made once only";
 }
 
+TEST_F(KeepRunningTest, AStoppedWorkerEndsTheLoopAtTheCycleAfterTheStopWaitStart) {
+    state.stopRequested = 1;
+    Cycle();
+    clock += 25;
+    EXPECT_TRUE(Cycle());
+    worker.SetState(CNvcThread::STOPPED);
+    clock += 2;
+    EXPECT_FALSE(Cycle());
+}
+
 TEST_F(KeepRunningTest, StopControlReportsPendingThenStopsTheWorkerThenRecords) {
     ControlHandler(state, platform::kServiceControlStop);
     ASSERT_EQ(reports.size(), 1u);
@@ -111,7 +120,7 @@ TEST_F(KeepRunningTest, OtherControlsReportWithoutTouchingTheWorker) {
     ControlHandler(state, 77);
     std::vector<uint32_t> states;
     for (const platform::ServiceStatus& report : reports) states.push_back(report.currentState);
-    EXPECT_EQ(states, (std::vector<uint32_t>{platform::kServiceRunning, platform::kServicePausePending,
+    ASSERT_EQ(states, (std::vector<uint32_t>{platform::kServiceRunning, platform::kServicePausePending,
                                              platform::kServicePaused, platform::kServiceContinuePending,
                                              platform::kServiceRunning}));
     EXPECT_EQ(reports[0].checkPoint, 0u);
