@@ -4,12 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "platform/RegistryTestEnv.h"
 #include "support/TestPaths.h"
 
 namespace {
@@ -23,14 +24,12 @@ constexpr int64_t kMoment = 1773500966;
 class ResultLogTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        const char* tz = std::getenv("TZ");
-        if (tz != nullptr) savedTz_ = tz, hadTz_ = true;
-        ::setenv("TZ", "UTC", 1);
+        tz_.emplace("TZ", "UTC");
         ::tzset();
         logDir = dir.path().c_str();
     }
     void TearDown() override {
-        hadTz_ ? ::setenv("TZ", savedTz_.c_str(), 1) : ::unsetenv("TZ");
+        tz_.reset();
         ::tzset();
     }
 
@@ -49,8 +48,7 @@ protected:
     CNvcString logDir;
 
 private:
-    std::string savedTz_;
-    bool hadTz_ = false;
+    std::optional<testsupport::EnvSetting> tz_;
 };
 
 // To loses its angle brackets, the reply its line ends (one point each); a
