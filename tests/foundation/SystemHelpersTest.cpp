@@ -3,9 +3,9 @@
 
 #include "platform/CRand.h"
 #include "platform/Registry.h"
-#include "platform/RegistryTestEnv.h"
 #include "platform/SystemError.h"
 #include "platform/ThreadMessages.h"
+#include "support/RegistryTestEnv.h"
 #include "support/TestPaths.h"
 
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/CodePage.h"
-#include "platform/RegistryTestEnv.h"
+#include "support/RegistryTestEnv.h"
 
 namespace mailtest {
 

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/RegistryTestEnv.h"
+#include "support/RegistryTestEnv.h"
 
 #include <ctime>
 #include <optional>

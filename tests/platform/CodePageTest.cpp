@@ -2,8 +2,8 @@
 #include "platform/CodePage.h"
 
 #include "platform/Registry.h"
-#include "platform/RegistryTestEnv.h"
 #include "platform/SystemError.h"
+#include "support/RegistryTestEnv.h"
 #include "support/TestPaths.h"
 
 #include <gtest/gtest.h>

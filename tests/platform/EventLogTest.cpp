@@ -1,7 +1,7 @@
 // EventLogTest.cpp - entries in the file named by TELMORAQ_EVENTLOG
 #include "platform/EventLog.h"
 
-#include "platform/RegistryTestEnv.h"
+#include "support/RegistryTestEnv.h"
 #include "support/TestPaths.h"
 
 #include <gtest/gtest.h>

@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/TinyFileSystem.h"
+#include "support/TinyFileSystem.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,10 +1,10 @@
 // RegistryTest.cpp - the registry file: reading, key rules, atomic locked writes
 #include "platform/Registry.h"
 
-#include "platform/RegistryTestEnv.h"
 #include "platform/SystemError.h"
-#include "platform/TinyFileSystem.h"
+#include "support/RegistryTestEnv.h"
 #include "support/TestPaths.h"
+#include "support/TinyFileSystem.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/SecurityTestPeer.h"
+#include "support/SecurityTestPeer.h"
 #include "support/TestPaths.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <string>
 
-#include "platform/SocketTestPeer.h"
+#include "support/SocketTestPeer.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "foundation/NvcBase.h"
-#include "platform/RegistryTestEnv.h"
+#include "support/RegistryTestEnv.h"
 #include "support/TestPaths.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/RegistryTestEnv.h"
+#include "support/RegistryTestEnv.h"
 #include "support/TestPaths.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include "ScriptedSession.h"
 #include "ScriptedSmtpPeer.h"
 #include "mail/NvMail.h"
-#include "platform/SocketTestPeer.h"
+#include "support/SocketTestPeer.h"
 
 using namespace scripted;
 using Lines = std::vector<std::string>;

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/Clock.h"
-#include "platform/SocketTestPeer.h"
+#include "support/SocketTestPeer.h"
 
 namespace {
 

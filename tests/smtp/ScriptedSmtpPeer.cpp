@@ -10,7 +10,7 @@
 #include <chrono>
 #include <mutex>
 
-#include "platform/SecurityTestPeer.h"
+#include "support/SecurityTestPeer.h"
 
 namespace scripted {
 

@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/SocketTestPeer.h"
+#include "support/SocketTestPeer.h"
 
 namespace scripted {
 

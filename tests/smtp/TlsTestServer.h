@@ -9,7 +9,7 @@
 // Options: a greeting sealed behind the server's last handshake bytes in one
 // segment; a byte count after which the server stops answering the handshake
 // (and, if asked, closes the connection).
-// See also: platform/SecurityTestPeer.h, platform/SocketTestPeer.h
+// See also: support/SecurityTestPeer.h, support/SocketTestPeer.h
 #pragma once
 
 #include <atomic>
@@ -18,8 +18,8 @@
 #include <thread>
 #include <vector>
 
-#include "platform/SecurityTestPeer.h"
-#include "platform/SocketTestPeer.h"
+#include "support/SecurityTestPeer.h"
+#include "support/SocketTestPeer.h"
 
 namespace testsupport {
 

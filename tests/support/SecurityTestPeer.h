@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/RegistryTestEnv.h"
+#include "support/RegistryTestEnv.h"
 
 namespace testsupport {
 
