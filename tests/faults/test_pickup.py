@@ -141,7 +141,8 @@ class OddContents(FaultTest):
                                              os.fsencode(n) not in service.pickup() for n in cases), 90),
                         service.pickup())
         service.submit("last.nvq", peer.port)
-        self.assertTrue(wait_for(lambda: "last.nvq" not in service.pickup() and "last" in peer.subjects(), 30))
+        # The result line is written after the file is deleted: wait for it, not for the file.
+        self.assertTrue(wait_for(lambda: "last" in peer.subjects() and service.result_line("last"), 30))
         self.assertAlive(service, proc)
         kept, gone = self.check_each_loaded_or_kept(service, peer, list(cases))
         self.assertEqual(len(service.log_lines()), len(gone) + 1, service.log_lines())
