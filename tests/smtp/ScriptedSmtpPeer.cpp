@@ -52,13 +52,7 @@ struct Peer::Connection {
     bool Write(const std::string& bytes) {
         if (bytes.empty()) return true;
         if (ssl != nullptr) return SSL_write(ssl, bytes.data(), static_cast<int>(bytes.size())) > 0;
-        size_t done = 0;
-        while (done < bytes.size()) {
-            const ssize_t n = send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-            if (n <= 0) return false;
-            done += static_cast<size_t>(n);
-        }
-        return true;
+        return testsupport::SendAll(fd, bytes);
     }
 
     // More bytes into `pending`; false at the close, an error or the time limit.

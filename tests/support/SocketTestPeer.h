@@ -17,6 +17,17 @@
 
 namespace testsupport {
 
+// Sends all of `data` on a blocking socket; false when the peer is gone.
+inline bool SendAll(int fd, const std::string& data) {
+    size_t done = 0;
+    while (done < data.size()) {
+        const ssize_t n = send(fd, data.data() + done, data.size() - done, MSG_NOSIGNAL);
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
+}
+
 class LoopbackPeer {
 public:
     LoopbackPeer() {
@@ -51,15 +62,7 @@ public:
     }
 
     // One send of all of `data` (loopback takes it whole).
-    bool Send(const std::string& data) {
-        size_t done = 0;
-        while (done < data.size()) {
-            const ssize_t n = send(fd_, data.data() + done, data.size() - done, MSG_NOSIGNAL);
-            if (n <= 0) return false;
-            done += static_cast<size_t>(n);
-        }
-        return true;
-    }
+    bool Send(const std::string& data) { return SendAll(fd_, data); }
 
     // Reads until `count` bytes came, the peer closed or the time ran out.
     std::string Receive(size_t count, int timeoutMs = 5000) {
